@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every build, test and benchmark dependency from Debian packages.
+# Idempotent: packages that are already installed are skipped; needs root (or sudo).
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build ccache pkg-config
+  clang clang-tidy libclang-rt-14-dev
+  libfmt-dev libspdlog-dev
+  libboost-thread-dev libboost-system-dev libboost-exception-dev libboost-dev
+  libpugixml-dev nlohmann-json3-dev zlib1g-dev
+  libgtest-dev libgmock-dev googletest libbenchmark-dev
+  libevtx-utils python3-evtx
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  echo "setup: all ${#packages[@]} packages already installed"
+  exit 0
+fi
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+echo "setup: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,29 @@
+// The objects behind EVT_HANDLEs (sessions, result sets, events, publisher metadata) and the
+// table of live handles, so that a stale or foreign handle fails with ERROR_INVALID_HANDLE
+// instead of crashing.
+#pragma once
+
+#include "Platform/WinEvt.h"
+
+#include <memory>
+
+namespace natc::winevt
+{
+class EvtObject
+{
+public:
+  virtual ~EvtObject() = default;
+};
+
+// Adds the object to the table; its address is the handle.
+EVT_HANDLE Register(std::shared_ptr<EvtObject> object);
+// The object of a live handle when it is a T, else null.
+std::shared_ptr<EvtObject> FindObject(EVT_HANDLE handle);
+template <class T>
+std::shared_ptr<T> Find(EVT_HANDLE handle)
+{
+  return std::dynamic_pointer_cast<T>(FindObject(handle));
+}
+// Removes the handle; false when it is not live.
+bool Unregister(EVT_HANDLE handle);
+} // namespace natc::winevt

@@ -1,0 +1,75 @@
+// The objects behind session, event and publisher handles.
+#pragma once
+
+#include "Handles.h"
+
+#include "Evtx/Chunk.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace natc::winevt
+{
+class SessionObject final : public EvtObject
+{
+public:
+  explicit SessionObject(std::string directory) : m_directory(std::move(directory)) {}
+  const std::string& Directory() const { return m_directory; }
+
+private:
+  std::string m_directory;
+};
+
+// A loaded chunk shared by the events that came from it. Decoding and rendering use the chunk's
+// template cache, so they take its lock: event handles may be used on any thread.
+struct SharedChunk
+{
+  SharedChunk(std::shared_ptr<evtx::Chunk> loaded, std::shared_ptr<std::mutex> fileLock)
+    : chunk(std::move(loaded)), m_fileLock(std::move(fileLock))
+  {
+  }
+  SharedChunk(const SharedChunk&) = delete;
+  SharedChunk& operator=(const SharedChunk&) = delete;
+  // The file reuses a chunk object once nobody else holds it, and checks that with a plain count:
+  // the last holder lets go under the lock the file's loads take, so that its rendering happens
+  // before the reuse even when the two run on different threads.
+  ~SharedChunk()
+  {
+    const std::lock_guard guard(*m_fileLock);
+    chunk.reset();
+  }
+
+  std::mutex lock;
+  std::shared_ptr<evtx::Chunk> chunk;
+
+private:
+  std::shared_ptr<std::mutex> m_fileLock;
+};
+
+class EventObject final : public EvtObject
+{
+public:
+  EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::string logDirectory)
+    : m_chunk(std::move(chunk)), m_record(record), m_logDirectory(std::move(logDirectory))
+  {
+  }
+
+  std::uint64_t RecordId() const { return m_record.id; }
+  const std::string& LogDirectory() const { return m_logDirectory; }
+  // The event's XML as Windows renders it, kept in UTF-8 (a quarter of the wide text's memory)
+  // with its length in wide characters; rendered once, then kept for the size protocol's second
+  // call. False when the record cannot be rendered.
+  bool Xml(const std::string*& xml, std::size_t& wideLength);
+
+private:
+  std::shared_ptr<SharedChunk> m_chunk;
+  evtx::Record m_record;
+  std::string m_logDirectory;
+  std::mutex m_lock;
+  bool m_rendered = false;
+  bool m_renderOk = false;
+  std::string m_xml;
+  std::size_t m_wideLength = 0;
+};
+} // namespace natc::winevt

@@ -1,0 +1,96 @@
+// The result of one EvtQuery: a cursor per channel file that walks its chunks in record order
+// (or the reverse), skips every chunk whose records all lie below the query's EventRecordID bound
+// without loading it, and tests the rest on their decoded values.
+//
+// Chunk order comes from the chunk headers' record ranges, not from the slots or the file header:
+// logs wrap around, and real files carry stale file headers and damaged chunks. Reading the
+// 512-byte headers costs a few microseconds per chunk; only chunks that may match are loaded.
+//
+// A live file is read as it was when the query opened it; appended events are seen by the next
+// query. Within a query a record number is delivered at most once.
+#pragma once
+
+#include "Objects.h"
+#include "RecordIdSet.h"
+
+#include "Evtx/Event.h"
+#include "Evtx/File.h"
+#include "Evtx/Query/Query.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace natc::winevt
+{
+class ChannelCursor
+{
+public:
+  enum class Step
+  {
+    Event,     // out holds the next matching event
+    ChunkDone, // a loaded chunk was finished: a good moment to check the time-out
+    End
+  };
+
+  ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId, std::string logDirectory);
+
+  Step Next(const evtx::query::Query& query, const evtx::query::EvalContext& context,
+            std::shared_ptr<EventObject>& out);
+
+  // Chunks loaded so far (chunks skipped by their header's record range are not loaded).
+  std::size_t ChunksLoaded() const { return m_chunksLoaded; }
+
+private:
+  void PlanChunks();
+  bool HeaderNumbersMatchEvents(std::uint32_t slot);
+  bool Load(std::uint32_t slot, std::shared_ptr<evtx::Chunk>& chunk);
+  bool LoadNextChunk();
+  bool Accept(const evtx::query::Query& query, const evtx::query::EvalContext& context, const evtx::Record& record);
+
+  evtx::File m_file;
+  // Held by every load from m_file and by the release of a chunk that events shared (see SharedChunk).
+  std::shared_ptr<std::mutex> m_fileLock = std::make_shared<std::mutex>();
+  std::size_t m_channel;
+  bool m_reverse;
+  std::uint64_t m_minRecordId;
+  std::string m_logDirectory;
+  bool m_planned = false;
+  struct PlannedChunk
+  {
+    std::uint32_t slot;
+    std::uint64_t firstRecordId;
+    std::uint64_t lastRecordId;
+  };
+  std::vector<PlannedChunk> m_plan; // chunks in reading order
+  std::uint32_t m_newestSlot = 0;
+  std::size_t m_nextSlot = 0;
+  std::shared_ptr<SharedChunk> m_chunk;
+  std::size_t m_nextRecord = 0;
+  RecordIdSet m_delivered;
+  std::size_t m_chunksLoaded = 0;
+  evtx::EventTree m_tree;
+};
+
+class ResultSetObject final : public EvtObject
+{
+public:
+  ResultSetObject(evtx::query::Query query, std::vector<ChannelCursor> cursors, evtx::query::EvalContext context);
+
+  // Fills up to `count` events. A deadline (GetTickCount64 time) is checked only after a loaded
+  // chunk is finished, so every call makes progress. Returns the number produced; timedOut tells
+  // why it stopped short of count when cursors remain.
+  std::size_t Next(std::size_t count, std::vector<std::shared_ptr<EventObject>>& out,
+                   const std::function<bool()>& deadlinePassed, bool& timedOut);
+
+private:
+  std::mutex m_lock;
+  evtx::query::Query m_query;
+  std::vector<ChannelCursor> m_cursors;
+  std::size_t m_current = 0;
+  evtx::query::EvalContext m_context;
+};
+} // namespace natc::winevt

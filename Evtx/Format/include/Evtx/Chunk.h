@@ -1,0 +1,71 @@
+// One 64 KiB chunk of an .evtx file: its header, its records, its string and template tables.
+// A Chunk decodes a record into an EventTree (no XML) or renders it to Windows' event XML.
+// Templates are compiled once per chunk on first use and reused by every record that names them.
+//
+// Thread safety: a Chunk (and the File that loaded it) is used by one thread at a time; decoding
+// and rendering update its template cache. Trees and values point into the chunk: keep the chunk
+// (its shared_ptr) alive while you use them.
+#pragma once
+
+#include "Evtx/Types.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace evtx
+{
+class EventTree;
+
+struct RenderOptions
+{
+  // Writes CR and LF inside values as "&#13;" and "&#10;" so that an event stays on one line.
+  bool escapeLineBreaks = false;
+};
+
+class Chunk
+{
+public:
+  Chunk();
+  ~Chunk();
+  Chunk(const Chunk&) = delete;
+  Chunk& operator=(const Chunk&) = delete;
+
+  // Takes a copy of one chunk's bytes and checks it: signature, header CRC, then the records
+  // in [512, freeSpaceOffset) one by one (signature, size, trailing size copy). Only a bad
+  // signature (BadSignature, or Empty for an unused slot) fails the load: Windows leaves stale
+  // CRCs in logs that were not closed cleanly, so CRC mismatches are reported by
+  // HeaderChecksumOk/RecordsChecksumOk and the records that pass their own checks are read.
+  // The first bad record ends the record list (RecordsTruncated).
+  Status Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t index = 0);
+
+  const ChunkHeader& Header() const noexcept { return header_; }
+  std::uint32_t Index() const noexcept { return index_; }
+  // False when the header CRC32 does not match (the header may be stale or damaged).
+  bool HeaderChecksumOk() const noexcept { return headerChecksumOk_; }
+  // False when the CRC32 of the record area differs from the header's (records are still read).
+  bool RecordsChecksumOk() const noexcept { return recordsChecksumOk_; }
+  // True when a record failed its checks and the walk stopped before freeSpaceOffset.
+  bool RecordsTruncated() const noexcept { return recordsTruncated_; }
+  // The records that passed their checks, in chunk order.
+  const std::vector<Record>& Records() const noexcept { return records_; }
+  const std::uint8_t* Data() const noexcept { return data_.data(); }
+
+  // Decodes a record's event into tree (cleared first), template instances expanded.
+  Status Decode(const Record& record, EventTree& tree);
+  // Appends the record's event XML, as Windows renders it, in UTF-8.
+  Status RenderXml(const Record& record, std::string& out, const RenderOptions& options = {});
+
+  struct Impl;
+
+private:
+  std::vector<std::uint8_t> data_;
+  ChunkHeader header_;
+  std::uint32_t index_ = 0;
+  bool headerChecksumOk_ = false;
+  bool recordsChecksumOk_ = false;
+  bool recordsTruncated_ = false;
+  std::vector<Record> records_;
+  std::unique_ptr<Impl> impl_;
+};
+} // namespace evtx

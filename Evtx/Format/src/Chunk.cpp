@@ -1,0 +1,549 @@
+// Chunk: loading and checking a chunk, the name and template caches, and the two ways of
+// turning a record into something useful: rendering XML and decoding an EventTree.
+#include "Bytes.h"
+#include "ChunkImpl.h"
+#include "Evtx/Crc32.h"
+#include "Evtx/File.h"
+
+#include <cstring>
+
+namespace evtx
+{
+using detail::Compiled;
+using detail::kNone;
+using detail::Le16;
+using detail::Le32;
+using detail::Le64;
+using detail::OpenedFragment;
+using detail::OpKind;
+
+namespace
+{
+constexpr std::uint32_t kRecordSignature = 0x00002a2a;
+constexpr std::uint32_t kRecordHeaderSize = 24;
+constexpr std::uint32_t kAnonymousKey = 0x80000000u;
+
+// NULL in the sense of optional substitutions: a NullType value (or a missing one). An empty
+// value of another type, such as a zero-length Binary, still shows its element.
+bool IsNullType(const Value& value) noexcept
+{
+  return value.BaseType() == ValueType::Null;
+}
+
+// Offset of the next record in [from, end) whose signature and both size fields agree, or end.
+std::uint32_t NextIntactRecord(const std::uint8_t* data, std::uint32_t from, std::uint32_t end)
+{
+  for (std::uint32_t pos = (from + 7) & ~7u; pos + kRecordHeaderSize + 4 <= end; pos += 8)
+  {
+    const std::uint32_t size = Le32(data + pos + 4);
+    if (Le32(data + pos) == kRecordSignature && size >= kRecordHeaderSize + 4 &&
+        size <= end - pos && Le32(data + pos + size - 4) == size)
+      return pos;
+  }
+  return end;
+}
+} // namespace
+
+Chunk::Chunk() : impl_(std::make_unique<Impl>()) {}
+Chunk::~Chunk() = default;
+
+Status Chunk::Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t index)
+{
+  records_.clear();
+  index_ = index;
+  headerChecksumOk_ = false;
+  recordsChecksumOk_ = false;
+  recordsTruncated_ = false;
+  header_ = ChunkHeader{};
+  data_.assign(kChunkSize, 0);
+  std::memcpy(data_.data(), bytes, size < kChunkSize ? size : kChunkSize);
+  impl_->Reset(data_.data());
+  if (size < kChunkSize)
+    return Status::Truncated;
+  const Status status = ParseChunkHeader(data_.data(), kChunkHeaderSize, header_);
+  if (status != Status::Ok && status != Status::BadHeaderChecksum)
+    return status;
+  headerChecksumOk_ = status == Status::Ok;
+
+  // Records end at the header's free-space offset; a nonsensical one means "until the first
+  // record that does not check".
+  std::uint32_t end = header_.freeSpaceOffset;
+  if (end < kChunkHeaderSize || end > kChunkSize)
+    end = kChunkSize;
+  else
+    recordsChecksumOk_ = Crc32(data_.data() + kChunkHeaderSize, end - kChunkHeaderSize) ==
+                         header_.recordsChecksum;
+  // Below the free-space offset every record was complete when the header was written, so a
+  // record whose trailing size copy is damaged is still offered (its decode may then fail).
+  // After a damaged record header, look for the next record that checks fully.
+  std::uint32_t pos = kChunkHeaderSize;
+  while (pos + kRecordHeaderSize + 4 <= end)
+  {
+    const std::uint8_t* r = data_.data() + pos;
+    const std::uint32_t recordSize = Le32(r + 4);
+    if (Le32(r) == kRecordSignature && recordSize >= kRecordHeaderSize + 4 &&
+        recordSize <= end - pos && recordSize % 8 == 0)
+    {
+      if (Le32(r + recordSize - 4) != recordSize)
+        recordsTruncated_ = true;
+      records_.push_back(Record{Le64(r + 8), Le64(r + 16), pos, recordSize});
+      pos += recordSize;
+      continue;
+    }
+    if (end == kChunkSize && Le32(r) != kRecordSignature)
+      break;  // no trustworthy free-space offset: the records simply end here
+    recordsTruncated_ = true;
+    pos = NextIntactRecord(data_.data(), pos + 8, end);
+  }
+  return Status::Ok;
+}
+
+void Chunk::Impl::Reset(const std::uint8_t* chunkData)
+{
+  data = chunkData;
+  ops.clear();
+  text.clear();
+  tnodes.clear();
+  elementSubsts.clear();
+  compiled.clear();
+  templateIndex.clear();
+  names.clear();
+  subs.clear();
+}
+
+bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
+{
+  const auto found = names.find(offset);
+  if (found != names.end())
+  {
+    out = found->second;
+    return true;
+  }
+  if (offset > kChunkSize - 8)
+    return false;
+  const std::uint32_t units = Le16(data + offset + 6);
+  if (offset + 8 + 2 * units > kChunkSize)
+    return false;
+  std::string name;
+  AppendUtf16(name, data + offset + 8, units, TextEscape::None);
+  out = names.emplace(offset, std::move(name)).first->second;
+  return true;
+}
+
+Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous)
+{
+  const std::uint32_t key = anonymous ? (offset | kAnonymousKey) : offset;
+  const auto found = templateIndex.find(key);
+  if (found != templateIndex.end())
+    return compiled[found->second];
+  Compiled result;
+  if (anonymous)
+  {
+    detail::CompileTemplate(*this, offset, end, true, result);
+  }
+  else if (offset > kChunkSize - 24)
+  {
+    result.status = Status::BadData;
+  }
+  else
+  {
+    // Definition: next offset (4), GUID (16), data size (4), then the fragment.
+    const std::uint32_t dataSize = Le32(data + offset + 20);
+    const std::uint32_t begin = offset + 24;
+    if (dataSize > kChunkSize - begin)
+      result.status = Status::BadData;
+    else
+      detail::CompileTemplate(*this, begin, begin + dataSize, false, result);
+  }
+  templateIndex.emplace(key, static_cast<std::uint32_t>(compiled.size()));
+  compiled.push_back(result);
+  return result;
+}
+
+Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, OpenedFragment& out)
+{
+  std::uint32_t pos = begin;
+  while (pos < end && data[pos] == 0x0f)
+    pos += 4;
+  if (pos >= end)
+    return Status::BadData;
+  if (data[pos] != 0x0c)
+  {
+    out.compiled = Get(pos, end, true);
+    out.base = static_cast<std::uint32_t>(subs.size());
+    out.count = 0;
+    return out.compiled.status;
+  }
+  // Template instance: token, unknown byte, template id, definition offset.
+  if (end - pos < 10)
+    return Status::Truncated;
+  const std::uint32_t definition = Le32(data + pos + 6);
+  pos += 10;
+  if (definition == pos)
+  {
+    // The definition is stored here, at its first use in the chunk: skip it.
+    if (end - pos < 24)
+      return Status::Truncated;
+    const std::uint32_t dataSize = Le32(data + pos + 20);
+    if (dataSize > end - pos - 24)
+      return Status::Truncated;
+    pos += 24 + dataSize;
+  }
+  out.compiled = Get(definition, 0, false);
+  if (out.compiled.status != Status::Ok)
+    return out.compiled.status;
+  if (end - pos < 4)
+    return Status::Truncated;
+  const std::uint32_t count = Le32(data + pos);
+  pos += 4;
+  if (count > (end - pos) / 4)
+    return Status::Truncated;
+  const std::uint8_t* descriptor = data + pos;
+  std::uint32_t valuePos = pos + 4 * count;
+  out.base = static_cast<std::uint32_t>(subs.size());
+  out.count = count;
+  for (std::uint32_t i = 0; i < count; ++i, descriptor += 4)
+  {
+    const std::uint32_t size = Le16(descriptor);
+    if (size > end - valuePos)
+    {
+      subs.resize(out.base);
+      return Status::Truncated;
+    }
+    subs.push_back(Value{descriptor[2], data + valuePos, size});
+    valuePos += size;
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
+                                   TextEscape escape, int depth)
+{
+  if (depth > detail::kMaxFragmentDepth)
+    return Status::TooDeep;
+  OpenedFragment fragment;
+  const std::size_t mark = subs.size();
+  Status status = Open(begin, end, fragment);
+  if (status == Status::Ok)
+    status = Run(fragment, out, escape, depth);
+  subs.resize(mark);
+  return status;
+}
+
+Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEscape escape,
+                        int depth)
+{
+  const std::size_t renderStart = out.size();
+  const std::uint32_t opCount = fragment.compiled.opEnd - fragment.compiled.opBegin;
+  if (budget < opCount)
+    return Status::TooDeep;
+  budget -= opCount;
+  const Status status = RunOps(fragment, fragment.compiled.opBegin, fragment.compiled.opEnd, out,
+                               escape, depth, Item{});
+  if (status != Status::Ok)
+    return status;
+  if (fragment.compiled.lineBreaks && escape == TextEscape::XmlOneLine)
+  {
+    // Literal template text with line breaks: rewrite them as character references.
+    std::string rest = out.substr(renderStart);
+    out.resize(renderStart);
+    for (const char c : rest)
+    {
+      if (c == '\r')
+        out += "&#13;";
+      else if (c == '\n')
+        out += "&#10;";
+      else
+        out += c;
+    }
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
+                           std::string& out, TextEscape escape, int depth, const Item& item)
+{
+  std::size_t contentStart[detail::kMaxElementDepth + 2];
+  int open = 0;
+  std::size_t attributeStart = 0;
+  bool attributeHasValue = false;
+  for (std::uint32_t i = begin; i < end; ++i)
+  {
+    const detail::Op op = ops[i];
+    switch (op.kind)
+    {
+    case OpKind::Text:
+      out.append(text.data() + op.off, op.len);
+      break;
+    case OpKind::OpenContent:
+      out += '>';
+      contentStart[open++] = out.size();
+      break;
+    case OpKind::Close:
+      if (open > 0 && contentStart[--open] == out.size())
+      {
+        out.back() = '/';
+        out += '>';
+      }
+      else
+      {
+        out.append(text.data() + op.off, op.len);
+      }
+      break;
+    case OpKind::AttrStart:
+      attributeStart = out.size();
+      attributeHasValue = false;
+      out.append(text.data() + op.off, op.len);
+      break;
+    case OpKind::AttrEnd:
+      if (op.optional && !attributeHasValue)
+        out.resize(attributeStart);
+      else
+        out += '\'';
+      break;
+    case OpKind::Subst:
+    {
+      const Value value = Substitution(fragment, op.subst, item);
+      if (!IsNullType(value))
+        attributeHasValue = true;
+      if (value.IsNull())
+        break;
+      if (value.BaseType() == ValueType::BinXml && !value.IsArray())
+      {
+        const auto offset = static_cast<std::uint32_t>(value.data - data);
+        const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
+        if (status != Status::Ok)
+          return status;
+      }
+      else
+      {
+        AppendValueText(out, value, escape);
+      }
+      if (out.size() > outputLimit)
+        return Status::TooDeep;
+      break;
+    }
+    case OpKind::ElementStart:
+    {
+      // An optional substitution that is null removes its element; an array value in the
+      // content repeats the element once per item (none for an empty array). A record's
+      // outermost element always stays: without it the record would vanish from the output.
+      if (depth == 0 && open == 0 && item.subst == kNone)
+        break;
+      std::uint32_t arraySubst = kNone;
+      Value array;
+      bool omit = false;
+      for (std::uint32_t k = op.off; k < op.off + op.subst; ++k)
+      {
+        const std::uint32_t entry = elementSubsts[k];
+        const std::uint32_t index = entry & 0xffffu;
+        const Value value = Substitution(fragment, index, item);
+        if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
+        {
+          omit = true;
+          break;
+        }
+        if (arraySubst == kNone && value.IsArray())
+        {
+          arraySubst = index;
+          array = value;
+        }
+      }
+      if (omit)
+      {
+        i += op.len;
+        break;
+      }
+      if (arraySubst == kNone)
+        break;
+      std::uint32_t pos = 0;
+      Item repeat{arraySubst, {}};
+      while (NextArrayItem(array, pos, repeat.value))
+      {
+        if (budget < op.len)
+          return Status::TooDeep;
+        budget -= op.len;
+        const Status status = RunOps(fragment, i + 1, i + 1 + op.len, out, escape, depth, repeat);
+        if (status != Status::Ok)
+          return status;
+      }
+      i += op.len;
+      break;
+    }
+    }
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, EventTree& tree,
+                                   std::uint32_t parent, int depth)
+{
+  if (depth > detail::kMaxFragmentDepth)
+    return Status::TooDeep;
+  OpenedFragment fragment;
+  const std::size_t mark = subs.size();
+  Status status = Open(begin, end, fragment);
+  for (std::uint32_t child = status == Status::Ok ? tnodes[fragment.compiled.root].firstChild : kNone;
+       child != kNone && status == Status::Ok; child = tnodes[child].nextSibling)
+  {
+    // The record's outermost element always stays, as in the compiled renderer.
+    const detail::TNode top = tnodes[child];
+    if (depth == 0 && top.kind == NodeKind::Element && budget > 0)
+    {
+      --budget;
+      status = InstantiateElement(top, fragment, tree, parent, depth, Item{});
+    }
+    else
+    {
+      status = Instantiate(child, fragment, tree, parent, depth, Item{});
+    }
+  }
+  subs.resize(mark);
+  return status;
+}
+
+Status Chunk::Impl::Instantiate(std::uint32_t index, const OpenedFragment& fragment,
+                                EventTree& tree, std::uint32_t parent, int depth,
+                                const Item& item)
+{
+  if (budget == 0)
+    return Status::TooDeep;
+  --budget;
+  const detail::TNode tnode = tnodes[index];
+  if (tnode.isSubst)
+  {
+    const Value value = Substitution(fragment, tnode.subst, item);
+    if (value.IsNull())
+      return Status::Ok;
+    Node node;
+    node.kind = tnode.kind;
+    node.value = value;
+    node.substituted = true;
+    const std::uint32_t added = tree.Add(node, parent);
+    if (value.BaseType() == ValueType::BinXml && !value.IsArray())
+    {
+      const auto offset = static_cast<std::uint32_t>(value.data - data);
+      return DecodeFragment(offset, offset + value.size, tree, added, depth + 1);
+    }
+    return Status::Ok;
+  }
+  if (tnode.kind != NodeKind::Element)
+  {
+    Node node;
+    node.kind = tnode.kind;
+    node.name = tnode.name;
+    node.charRef = tnode.charRef;
+    node.value = tnode.value;
+    tree.Add(node, parent);
+    return Status::Ok;
+  }
+  // The same rules as the compiled renderer: an optional substitution in the content that is
+  // null removes the element; an array value there repeats it once per item.
+  std::uint32_t arraySubst = kNone;
+  Value array;
+  for (std::uint32_t c = tnode.firstChild; c != kNone; c = tnodes[c].nextSibling)
+  {
+    const detail::TNode& child = tnodes[c];
+    if (!child.isSubst)
+      continue;
+    const Value value = Substitution(fragment, child.subst, item);
+    if (child.optional && IsNullType(value))
+      return Status::Ok;
+    if (arraySubst == kNone && value.IsArray())
+    {
+      arraySubst = child.subst;
+      array = value;
+    }
+  }
+  if (arraySubst == kNone)
+    return InstantiateElement(tnode, fragment, tree, parent, depth, item);
+  std::uint32_t pos = 0;
+  Item repeat{arraySubst, {}};
+  while (NextArrayItem(array, pos, repeat.value))
+  {
+    if (budget == 0)
+      return Status::TooDeep;
+    --budget;
+    const Status status = InstantiateElement(tnode, fragment, tree, parent, depth, repeat);
+    if (status != Status::Ok)
+      return status;
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::InstantiateElement(const detail::TNode& tnode,
+                                       const OpenedFragment& fragment, EventTree& tree,
+                                       std::uint32_t parent, int depth, const Item& item)
+{
+  Node node;
+  node.kind = NodeKind::Element;
+  node.name = tnode.name;
+  const std::uint32_t added = tree.Add(node, parent);
+  for (std::uint32_t a = tnode.firstAttribute; a != kNone; a = tnodes[a].nextSibling)
+  {
+    const detail::TNode attribute = tnodes[a];
+    if (attribute.optional)
+    {
+      // Omitted when every substitution in it is NULL, as Windows does.
+      bool anyValue = false;
+      for (std::uint32_t p = attribute.firstChild; p != kNone; p = tnodes[p].nextSibling)
+        if (!IsNullType(Substitution(fragment, tnodes[p].subst, item)))
+          anyValue = true;
+      if (!anyValue)
+        continue;
+    }
+    Node attributeNode;
+    attributeNode.kind = NodeKind::Attribute;
+    attributeNode.name = attribute.name;
+    const std::uint32_t addedAttribute = tree.AddAttribute(attributeNode, added);
+    for (std::uint32_t p = attribute.firstChild; p != kNone; p = tnodes[p].nextSibling)
+    {
+      const Status status = Instantiate(p, fragment, tree, addedAttribute, depth, item);
+      if (status != Status::Ok)
+        return status;
+    }
+  }
+  for (std::uint32_t c = tnode.firstChild; c != kNone; c = tnodes[c].nextSibling)
+  {
+    const Status status = Instantiate(c, fragment, tree, added, depth, item);
+    if (status != Status::Ok)
+      return status;
+  }
+  return Status::Ok;
+}
+
+namespace
+{
+bool RecordBelongs(const std::vector<std::uint8_t>& data, const Record& record)
+{
+  return record.offset >= kChunkHeaderSize && record.size >= kRecordHeaderSize + 4 &&
+         record.offset + std::size_t(record.size) <= data.size();
+}
+} // namespace
+
+Status Chunk::Decode(const Record& record, EventTree& tree)
+{
+  tree.Clear();
+  if (!RecordBelongs(data_, record))
+    return Status::BadData;
+  impl_->budget = detail::kRecordBudget;
+  return impl_->DecodeFragment(record.offset + kRecordHeaderSize, record.offset + record.size - 4,
+                               tree, kNoNode, 0);
+}
+
+Status Chunk::RenderXml(const Record& record, std::string& out, const RenderOptions& options)
+{
+  if (!RecordBelongs(data_, record))
+    return Status::BadData;
+  const std::size_t mark = out.size();
+  impl_->budget = detail::kRecordBudget;
+  impl_->outputLimit = mark + detail::kRecordOutputLimit;
+  const Status status = impl_->RenderFragment(
+    record.offset + kRecordHeaderSize, record.offset + record.size - 4, out,
+    options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+  if (status != Status::Ok)
+    out.resize(mark);
+  return status;
+}
+
+} // namespace evtx

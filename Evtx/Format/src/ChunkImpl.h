@@ -1,0 +1,153 @@
+// Internals of Chunk: the per-chunk name and template caches, the compiled template form, and
+// the two interpreters over it (rendering to XML text, instantiating into an EventTree).
+//
+// A template is compiled once per chunk into
+//   - ops: pre-rendered XML text (names, literal text, quotes, brackets) interleaved with
+//     substitution slots, so rendering a record is mostly memcpy plus value formatting;
+//   - tnodes: the template's node tree, copied into an EventTree with values filled in.
+// Everything is indexed by offsets, never pointers, because nested templates may be compiled
+// (and the vectors grow) in the middle of a render.
+#pragma once
+
+#include "Evtx/Chunk.h"
+#include "Evtx/Event.h"
+#include "Evtx/ValueText.h"
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace evtx::detail
+{
+inline constexpr int kMaxElementDepth = 64;
+inline constexpr int kMaxFragmentDepth = 12;
+// Output operations allowed per record (far above any real event).
+inline constexpr std::uint64_t kRecordBudget = 1u << 20;
+// Rendered bytes allowed per record, for the same reason.
+inline constexpr std::size_t kRecordOutputLimit = 32u << 20;
+inline constexpr std::uint32_t kNone = 0xffffffffu;
+
+enum class OpKind : std::uint8_t
+{
+  Text,         // append text[off, off+len)
+  OpenContent,  // append '>' and remember where the content starts
+  Close,        // "</name>" from text, or turn the '>' into "/>" when the content is empty
+  AttrStart,    // append " name='" from text; optional: omit when all its substitutions are NULL
+  AttrEnd,      // append the closing quote, or drop the attribute (see AttrStart)
+  Subst,        // append substitution `subst`
+  // Start of an element with substitutions in its content; the element's ops are the next
+  // `len`. Its substitutions are elementSubsts[off, off+subst) (index, kOptionalSubst when
+  // optional). An optional one that is null drops the element; an array value repeats it once
+  // per item.
+  ElementStart,
+};
+inline constexpr std::uint32_t kOptionalSubst = 0x80000000u;
+
+struct Op
+{
+  OpKind kind = OpKind::Text;
+  bool optional = false;
+  std::uint16_t subst = 0;
+  std::uint32_t off = 0;
+  std::uint32_t len = 0;
+};
+
+struct TNode
+{
+  NodeKind kind = NodeKind::Element;
+  bool isSubst = false;
+  bool optional = false;     // optional substitution; on an attribute: omit when all parts null
+  std::uint16_t subst = 0;
+  std::uint16_t charRef = 0;
+  std::uint32_t firstChild = kNone;
+  std::uint32_t lastChild = kNone;
+  std::uint32_t nextSibling = kNone;
+  std::uint32_t firstAttribute = kNone;
+  std::string_view name;
+  Value value;
+};
+
+struct Compiled
+{
+  Status status = Status::Ok;
+  std::uint32_t opBegin = 0;
+  std::uint32_t opEnd = 0;
+  std::uint32_t root = kNone;  // a nameless element whose children are the fragment's nodes
+  bool lineBreaks = false;     // literal text holds CR or LF
+};
+
+// A fragment opened for instantiation: its compiled template and its substitution values
+// (subs[base, base+count) of the chunk's value stack).
+struct OpenedFragment
+{
+  Compiled compiled;
+  std::uint32_t base = 0;
+  std::uint32_t count = 0;
+};
+} // namespace evtx::detail
+
+namespace evtx
+{
+struct Chunk::Impl
+{
+  const std::uint8_t* data = nullptr;
+  std::vector<detail::Op> ops;
+  std::string text;
+  std::vector<detail::TNode> tnodes;
+  std::vector<std::uint32_t> elementSubsts;
+  std::vector<detail::Compiled> compiled;
+  std::unordered_map<std::uint32_t, std::uint32_t> templateIndex;
+  std::unordered_map<std::uint32_t, std::string> names;
+  std::vector<Value> subs;
+  // Work left for the record being decoded: a template may use a nested fragment many times,
+  // so nesting alone does not bound the work on hostile input.
+  std::uint64_t budget = 0;
+  std::size_t outputLimit = 0;
+
+  void Reset(const std::uint8_t* chunkData);
+  // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk.
+  bool Name(std::uint32_t offset, std::string_view& out);
+  // Compiled template for a definition offset, or for an element fragment starting at `offset`
+  // (anonymous = true, ending at `end`). Compiles on first use.
+  detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous);
+  Status Open(std::uint32_t begin, std::uint32_t end, detail::OpenedFragment& out);
+
+  Status RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
+                        TextEscape escape, int depth);
+  Status DecodeFragment(std::uint32_t begin, std::uint32_t end, EventTree& tree,
+                        std::uint32_t parent, int depth);
+
+private:
+  // While an element is repeated for the items of an array, substitution `subst` stands for
+  // the current item.
+  struct Item
+  {
+    std::uint32_t subst = detail::kNone;
+    Value value;
+  };
+  Value Substitution(const detail::OpenedFragment& fragment, std::uint32_t index,
+                     const Item& item) const noexcept
+  {
+    if (index == item.subst)
+      return item.value;
+    return index < fragment.count ? subs[fragment.base + index] : Value{};
+  }
+  Status Run(const detail::OpenedFragment& fragment, std::string& out, TextEscape escape,
+             int depth);
+  Status RunOps(const detail::OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
+                std::string& out, TextEscape escape, int depth, const Item& item);
+  Status Instantiate(std::uint32_t tnode, const detail::OpenedFragment& fragment,
+                     EventTree& tree, std::uint32_t parent, int depth, const Item& item);
+  Status InstantiateElement(const detail::TNode& tnode, const detail::OpenedFragment& fragment,
+                            EventTree& tree, std::uint32_t parent, int depth, const Item& item);
+};
+
+namespace detail
+{
+// Compiles the binary XML in [begin, end) of the chunk into impl's ops/tnodes.
+// anonymous: a plain fragment rather than a template definition (element layout differs).
+void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
+                     Compiled& out);
+} // namespace detail
+} // namespace evtx

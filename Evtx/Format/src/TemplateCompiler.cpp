@@ -1,0 +1,457 @@
+// Compiles one binary XML fragment (a template definition or a record's plain element tree)
+// into pre-rendered text with substitution slots, and into a node tree, in one pass.
+#include "Bytes.h"
+#include "ChunkImpl.h"
+
+#include <charconv>
+#include <vector>
+
+namespace evtx::detail
+{
+namespace
+{
+TNode MakeNode(NodeKind kind, std::string_view name = {}, Value value = {})
+{
+  TNode node;
+  node.kind = kind;
+  node.name = name;
+  node.value = value;
+  return node;
+}
+
+class Compiler
+{
+public:
+  Compiler(Chunk::Impl& impl, std::uint32_t end) : impl_(impl), d_(impl.data), end_(end) {}
+
+  Status status = Status::Ok;
+  bool lineBreaks = false;
+  bool anonymous = false;
+
+  std::uint32_t NewNode(const TNode& node) const
+  {
+    impl_.tnodes.push_back(node);
+    return static_cast<std::uint32_t>(impl_.tnodes.size() - 1);
+  }
+
+  void Link(std::uint32_t parent, std::uint32_t child) const
+  {
+    TNode& p = impl_.tnodes[parent];
+    if (p.lastChild == kNone)
+      p.firstChild = child;
+    else
+      impl_.tnodes[p.lastChild].nextSibling = child;
+    p.lastChild = child;
+  }
+
+  void Fragment(std::uint32_t pos, std::uint32_t root)
+  {
+    while (status == Status::Ok && pos < end_)
+    {
+      const std::uint8_t token = d_[pos];
+      if (token == 0x0f)
+        pos += 4;
+      else if (token == 0x00)
+        break;
+      else if ((token & 0xbf) == 0x01)
+        Element(pos, root, 0);
+      else if (token == 0x0a)
+        Pi(pos, root);
+      else
+        status = Status::BadData;
+    }
+  }
+
+private:
+  bool Need(std::uint32_t pos, std::uint32_t size)
+  {
+    if (pos <= end_ && size <= end_ - pos)
+      return true;
+    status = Status::Truncated;
+    return false;
+  }
+
+  void Emit(std::string_view piece)
+  {
+    const auto size = static_cast<std::uint32_t>(impl_.text.size());
+    impl_.text.append(piece);
+    EmitAppended(size);
+  }
+
+  // Turns text appended since `from` into a Text op, merging it with a preceding Text op.
+  void EmitAppended(std::uint32_t from)
+  {
+    const auto size = static_cast<std::uint32_t>(impl_.text.size());
+    if (size == from)
+      return;
+    if (!impl_.ops.empty() && opsBegun_ < impl_.ops.size())
+    {
+      Op& last = impl_.ops.back();
+      if (last.kind == OpKind::Text && last.off + last.len == from)
+      {
+        last.len += size - from;
+        return;
+      }
+    }
+    impl_.ops.push_back(Op{OpKind::Text, false, 0, from, size - from});
+  }
+
+  bool ReadName(std::uint32_t& pos, std::string_view& name)
+  {
+    if (!Need(pos, 4))
+      return false;
+    const std::uint32_t offset = Le32(d_ + pos);
+    pos += 4;
+    if (offset == pos)
+    {
+      // The name is stored right here: skip it (next offset, hash, count, chars, NUL).
+      if (!Need(pos, 8))
+        return false;
+      const std::uint32_t count = Le16(d_ + pos + 6);
+      if (!Need(pos, 8 + 2 * count + 2))
+        return false;
+      pos += 8 + 2 * count + 2;
+    }
+    if (!impl_.Name(offset, name))
+    {
+      status = Status::BadData;
+      return false;
+    }
+    return true;
+  }
+
+  void Element(std::uint32_t& pos, std::uint32_t parent, int depth)
+  {
+    if (depth > kMaxElementDepth)
+    {
+      status = Status::TooDeep;
+      return;
+    }
+    if (!Need(pos, 9))
+      return;
+    const bool hasAttributes = (d_[pos] & 0x40) != 0;
+    // Elements in template definitions carry a 16-bit dependency id after the token; those in
+    // plain fragments (nested binary XML values) usually do not. Take the layout whose name
+    // offset makes sense: the name right here, or one stored earlier in the chunk.
+    auto plausible = [&](std::uint32_t at) {
+      if (at + 4 > end_)
+        return false;
+      const std::uint32_t offset = Le32(d_ + at);
+      return offset == at + 4 || offset + 8 <= pos;
+    };
+    const bool withId = plausible(pos + 7);
+    const bool withoutId = plausible(pos + 5);
+    const bool hasId = anonymous ? (withId && !withoutId) : (withId || !withoutId);
+    pos += hasId ? 7 : 5;  // token, [dependency id], data size
+    std::string_view name;
+    if (!ReadName(pos, name))
+      return;
+    if (hasAttributes)
+    {
+      if (!Need(pos, 4))
+        return;
+      pos += 4;
+    }
+    const std::uint32_t element = NewNode(MakeNode(NodeKind::Element, name));
+    Link(parent, element);
+    const auto opStart = static_cast<std::uint32_t>(impl_.ops.size());
+    const auto textStart = static_cast<std::uint32_t>(impl_.text.size());
+    {
+      const auto from = static_cast<std::uint32_t>(impl_.text.size());
+      impl_.text += '<';
+      impl_.text.append(name);
+      EmitAppended(from);
+    }
+    if (hasAttributes)
+    {
+      std::uint32_t lastAttribute = kNone;
+      while (status == Status::Ok && Need(pos, 1) && (d_[pos] & 0xbf) == 0x06)
+      {
+        ++pos;
+        std::string_view attributeName;
+        if (!ReadName(pos, attributeName))
+          return;
+        const std::uint32_t attribute =
+          NewNode(MakeNode(NodeKind::Attribute, attributeName));
+        if (lastAttribute == kNone)
+          impl_.tnodes[element].firstAttribute = attribute;
+        else
+          impl_.tnodes[lastAttribute].nextSibling = attribute;
+        lastAttribute = attribute;
+        const auto from = static_cast<std::uint32_t>(impl_.text.size());
+        impl_.text += ' ';
+        impl_.text.append(attributeName);
+        impl_.text += "='";
+        const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
+        impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
+                               static_cast<std::uint32_t>(impl_.text.size()) - from});
+        bool onlySubstitutions = true;
+        bool anyOptional = false;
+        while (status == Status::Ok && Need(pos, 1) && IsValueToken(d_[pos]))
+        {
+          const std::uint8_t token = d_[pos];
+          if (token == 0x0d || token == 0x0e)
+            anyOptional |= token == 0x0e;
+          else
+            onlySubstitutions = false;
+          ValuePart(pos, attribute);
+        }
+        if (status != Status::Ok)
+          return;
+        const bool optional = onlySubstitutions && anyOptional;
+        impl_.ops[startOp].optional = optional;
+        impl_.tnodes[attribute].optional = optional;
+        impl_.ops.push_back(Op{OpKind::AttrEnd, optional, 0, 0, 0});
+      }
+      if (status != Status::Ok)
+        return;
+    }
+    if (!Need(pos, 1))
+      return;
+    const std::uint8_t close = d_[pos++];
+    if (close == 0x03)
+    {
+      Emit("/>");
+      return;
+    }
+    if (close != 0x02)
+    {
+      status = Status::BadData;
+      return;
+    }
+    impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, 0, 0});
+    // Substitutions directly in the content decide whether the element is shown, and how often.
+    std::vector<std::uint32_t> substs;
+    while (status == Status::Ok && Need(pos, 1))
+    {
+      const std::uint8_t token = d_[pos];
+      const std::uint8_t base = token & 0xbf;
+      if (token == 0x04)
+      {
+        ++pos;
+        const auto from = static_cast<std::uint32_t>(impl_.text.size());
+        impl_.text += "</";
+        impl_.text.append(name);
+        impl_.text += '>';
+        impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
+                               static_cast<std::uint32_t>(impl_.text.size()) - from});
+        if (!substs.empty())
+        {
+          const auto substsBegin = static_cast<std::uint32_t>(impl_.elementSubsts.size());
+          impl_.elementSubsts.insert(impl_.elementSubsts.end(), substs.begin(), substs.end());
+          InsertElementStart(opStart, textStart, substsBegin);
+        }
+        return;
+      }
+      if (base == 0x01)
+        Element(pos, element, depth + 1);
+      else if (IsValueToken(token))
+      {
+        if ((token == 0x0d || token == 0x0e) && pos <= end_ && end_ - pos >= 4)
+          substs.push_back(Le16(d_ + pos + 1) | (token == 0x0e ? kOptionalSubst : 0u));
+        ValuePart(pos, element);
+      }
+      else if (base == 0x07)
+        CData(pos, element);
+      else if (token == 0x0a)
+        Pi(pos, element);
+      else
+        status = Status::BadData;
+    }
+  }
+
+  // Puts an ElementStart op in front of the element whose ops begin at `opStart` and whose
+  // text begins at `textStart`; its substitutions are elementSubsts[substsBegin, end).
+  void InsertElementStart(std::uint32_t opStart, std::uint32_t textStart,
+                          std::uint32_t substsBegin)
+  {
+    std::vector<Op>& ops = impl_.ops;
+    // The element's "<name" may have been merged into the text op before it: split it off.
+    if (opStart > opsBegun_ && ops[opStart - 1].kind == OpKind::Text &&
+        ops[opStart - 1].off + ops[opStart - 1].len > textStart)
+    {
+      Op& before = ops[opStart - 1];
+      const Op own{OpKind::Text, false, 0, textStart, before.off + before.len - textStart};
+      before.len = textStart - before.off;
+      ops.insert(ops.begin() + opStart, own);
+    }
+    const auto count = static_cast<std::uint32_t>(impl_.elementSubsts.size()) - substsBegin;
+    if (count > 0xffff)
+    {
+      status = Status::BadData;
+      return;
+    }
+    const Op start{OpKind::ElementStart, false, static_cast<std::uint16_t>(count), substsBegin,
+                   static_cast<std::uint32_t>(ops.size()) - opStart};
+    ops.insert(ops.begin() + opStart, start);
+  }
+
+  static bool IsValueToken(std::uint8_t token)
+  {
+    const std::uint8_t base = token & 0xbf;
+    return base == 0x05 || token == 0x0d || token == 0x0e || base == 0x08 || base == 0x09;
+  }
+
+  void NoteLineBreaks(const std::uint8_t* utf16, std::uint32_t units)
+  {
+    for (std::uint32_t i = 0; i < units; ++i)
+    {
+      const std::uint16_t c = Le16(utf16 + 2 * std::size_t(i));
+      if (c == '\r' || c == '\n')
+        lineBreaks = true;
+    }
+  }
+
+  void ValuePart(std::uint32_t& pos, std::uint32_t parent)
+  {
+    const std::uint8_t token = d_[pos];
+    const std::uint8_t base = token & 0xbf;
+    if (base == 0x05)
+    {
+      if (!Need(pos, 4))
+        return;
+      if (d_[pos + 1] != static_cast<std::uint8_t>(ValueType::String))
+      {
+        status = Status::BadData;
+        return;
+      }
+      const std::uint32_t units = Le16(d_ + pos + 2);
+      if (!Need(pos + 4, 2 * units))
+        return;
+      const std::uint8_t* chars = d_ + pos + 4;
+      const auto from = static_cast<std::uint32_t>(impl_.text.size());
+      // Trailing NULs are dropped, as for string values.
+      std::uint32_t shown = units;
+      while (shown > 0 && Le16(chars + 2 * std::size_t(shown - 1)) == 0)
+        --shown;
+      AppendUtf16(impl_.text, chars, shown, TextEscape::Xml);
+      EmitAppended(from);
+      NoteLineBreaks(chars, units);
+      Link(parent, NewNode(MakeNode(NodeKind::Value, {},
+                                    Value{static_cast<std::uint8_t>(ValueType::String), chars,
+                                          2 * units})));
+      pos += 4 + 2 * units;
+    }
+    else if (token == 0x0d || token == 0x0e)
+    {
+      if (!Need(pos, 4))
+        return;
+      const std::uint16_t index = Le16(d_ + pos + 1);
+      const std::uint8_t type = d_[pos + 3];
+      impl_.ops.push_back(Op{OpKind::Subst, token == 0x0e, index, 0, 0});
+      TNode node = MakeNode(NodeKind::Value, {}, Value{type, nullptr, 0});
+      node.isSubst = true;
+      node.optional = token == 0x0e;
+      node.subst = index;
+      Link(parent, NewNode(node));
+      pos += 4;
+    }
+    else if (base == 0x08)
+    {
+      if (!Need(pos, 3))
+        return;
+      const std::uint16_t code = Le16(d_ + pos + 1);
+      char digits[8];
+      const auto end = std::to_chars(digits, digits + sizeof digits, code).ptr;
+      const auto from = static_cast<std::uint32_t>(impl_.text.size());
+      impl_.text += "&#";
+      impl_.text.append(digits, end);
+      impl_.text += ';';
+      EmitAppended(from);
+      TNode node = MakeNode(NodeKind::CharRef);
+      node.charRef = code;
+      Link(parent, NewNode(node));
+      pos += 3;
+    }
+    else
+    {
+      ++pos;
+      std::string_view name;
+      if (!ReadName(pos, name))
+        return;
+      const auto from = static_cast<std::uint32_t>(impl_.text.size());
+      impl_.text += '&';
+      impl_.text.append(name);
+      impl_.text += ';';
+      EmitAppended(from);
+      Link(parent, NewNode(MakeNode(NodeKind::EntityRef, name)));
+    }
+  }
+
+  void CData(std::uint32_t& pos, std::uint32_t parent)
+  {
+    if (!Need(pos, 3))
+      return;
+    const std::uint32_t units = Le16(d_ + pos + 1);
+    if (!Need(pos + 3, 2 * units))
+      return;
+    const std::uint8_t* chars = d_ + pos + 3;
+    const auto from = static_cast<std::uint32_t>(impl_.text.size());
+    impl_.text += "<![CDATA[";
+    AppendUtf16(impl_.text, chars, units, TextEscape::None);
+    impl_.text += "]]>";
+    EmitAppended(from);
+    NoteLineBreaks(chars, units);
+    Link(parent, NewNode(MakeNode(NodeKind::CData, {},
+                                  Value{static_cast<std::uint8_t>(ValueType::String), chars,
+                                        2 * units})));
+    pos += 3 + 2 * units;
+  }
+
+  void Pi(std::uint32_t& pos, std::uint32_t parent)
+  {
+    ++pos;
+    std::string_view target;
+    if (!ReadName(pos, target))
+      return;
+    if (!Need(pos, 3))
+      return;
+    if (d_[pos] != 0x0b)
+    {
+      status = Status::BadData;
+      return;
+    }
+    const std::uint32_t units = Le16(d_ + pos + 1);
+    if (!Need(pos + 3, 2 * units))
+      return;
+    const std::uint8_t* chars = d_ + pos + 3;
+    const auto from = static_cast<std::uint32_t>(impl_.text.size());
+    impl_.text += "<?";
+    impl_.text.append(target);
+    if (units > 0)
+    {
+      impl_.text += ' ';
+      AppendUtf16(impl_.text, chars, units, TextEscape::None);
+    }
+    impl_.text += "?>";
+    EmitAppended(from);
+    NoteLineBreaks(chars, units);
+    Link(parent, NewNode(MakeNode(NodeKind::PI, target,
+                                  Value{static_cast<std::uint8_t>(ValueType::String), chars,
+                                        2 * units})));
+    pos += 3 + 2 * units;
+  }
+
+  Chunk::Impl& impl_;
+  const std::uint8_t* d_;
+  std::uint32_t end_;
+
+public:
+  std::size_t opsBegun_ = 0;
+};
+} // namespace
+
+void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
+                     Compiled& out)
+{
+  Compiler compiler(impl, end);
+  compiler.anonymous = anonymous;
+  compiler.opsBegun_ = impl.ops.size();
+  out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
+  out.root = compiler.NewNode(TNode{});
+  compiler.Fragment(begin, out.root);
+  out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
+  out.status = compiler.status;
+  out.lineBreaks = compiler.lineBreaks;
+}
+} // namespace evtx::detail

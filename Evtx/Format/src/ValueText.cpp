@@ -1,0 +1,841 @@
+// Text forms of substitution values as they appear in Windows' rendered event XML.
+//
+// | Type (code)         | Text form                                                       |
+// |---------------------|-----------------------------------------------------------------|
+// | Null (0x00)         | empty                                                           |
+// | String (0x01)       | the UTF-16 text, trailing NULs dropped                          |
+// | AnsiString (0x02)   | the bytes as Latin-1 text, trailing NULs dropped                |
+// | Int8..Int64         | signed decimal: -5                                              |
+// | UInt8..UInt64       | unsigned decimal: 4624                                          |
+// | Real32, Real64      | shortest decimal that reads back the same value: 1.5, 1e+20     |
+// | Bool (0x0d)         | true / false (any nonzero 32-bit value is true)                 |
+// | Binary (0x0e)       | upper-case hex digits, two per byte, no separator: 0A1BFF       |
+// | Guid (0x0f)         | {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}, upper case              |
+// | SizeT (0x10)        | unsigned decimal (4 or 8 bytes): 588                            |
+// | FileTime (0x11)     | YYYY-MM-DDTHH:MM:SS.fffffffZ (UTC, 100 ns digits)               |
+// | SystemTime (0x12)   | YYYY-MM-DDTHH:MM:SS.mmm0000Z (milliseconds, same layout)        |
+// | Sid (0x13)          | S-1-5-21-...; an authority of 2^32 or more in 0x hex            |
+// | HexInt32, HexInt64  | 0x + lower-case hex, no padding: 0x3e7                          |
+// | EvtHandle (0x20)    | unsigned decimal                                                |
+// | BinXml (0x21)       | the nested fragment as XML (the renderer handles it)            |
+// | EvtXml (0x23)       | the UTF-16 text                                                 |
+// | arrays (0x80 flag)  | the items' text forms joined by ", " (in element content the    |
+// |                     | renderer repeats the element per item instead); string arrays   |
+// |                     | hold NUL-terminated items                                       |
+// | other codes         | as Binary                                                       |
+//
+// Escaping (renderer): & < > " ' become &amp; &lt; &gt; &quot; &apos; in text and in
+// attribute values (attributes are single-quoted). One-line output also writes CR and LF as
+// &#13; and &#10;.
+#include "Evtx/ValueText.h"
+
+#include "Bytes.h"
+
+#include <array>
+#include <charconv>
+#include <cstring>
+
+namespace evtx
+{
+using detail::Le16;
+using detail::Le32;
+using detail::Le64;
+
+namespace
+{
+constexpr char kHexUpper[] = "0123456789ABCDEF";
+constexpr char kHexLower[] = "0123456789abcdef";
+
+void AppendEscapedAscii(std::string& out, char c, TextEscape escape)
+{
+  if (escape == TextEscape::None)
+  {
+    out += c;
+    return;
+  }
+  switch (c)
+  {
+  case '&': out += "&amp;"; return;
+  case '<': out += "&lt;"; return;
+  case '>': out += "&gt;"; return;
+  case '"': out += "&quot;"; return;
+  case '\'': out += "&apos;"; return;
+  case '\r':
+    if (escape == TextEscape::XmlOneLine)
+    {
+      out += "&#13;";
+      return;
+    }
+    break;
+  case '\n':
+    if (escape == TextEscape::XmlOneLine)
+    {
+      out += "&#10;";
+      return;
+    }
+    break;
+  default: break;
+  }
+  out += c;
+}
+
+constexpr bool NeedsEscape(std::uint32_t c)
+{
+  return c == '&' || c == '<' || c == '>' || c == '"' || c == '\'' || c == '\r' || c == '\n';
+}
+
+// ASCII characters that text copies as they are under escaping: one table lookup per character
+// on the hot path of string values.
+constexpr std::array<bool, 128> MakePlainAscii()
+{
+  std::array<bool, 128> plain{};
+  for (std::uint32_t c = 0; c < 128; ++c)
+    plain[c] = !NeedsEscape(c);
+  return plain;
+}
+constexpr std::array<bool, 128> kPlainAscii = MakePlainAscii();
+
+void AppendCodePoint(std::string& out, std::uint32_t cp)
+{
+  if (cp < 0x80)
+  {
+    out += static_cast<char>(cp);
+  }
+  else if (cp < 0x800)
+  {
+    out += static_cast<char>(0xc0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3f));
+  }
+  else if (cp < 0x10000)
+  {
+    out += static_cast<char>(0xe0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+    out += static_cast<char>(0x80 | (cp & 0x3f));
+  }
+  else
+  {
+    out += static_cast<char>(0xf0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3f));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+    out += static_cast<char>(0x80 | (cp & 0x3f));
+  }
+}
+
+template <class T>
+void AppendNumber(std::string& out, T value)
+{
+  char digits[32];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  out.append(digits, end);
+}
+
+void AppendHex(std::string& out, std::uint64_t value, int minDigits)
+{
+  char digits[16];
+  int n = 0;
+  do
+  {
+    digits[n++] = kHexLower[value & 0xf];
+    value >>= 4;
+  } while (value != 0 || n < minDigits);
+  out += "0x";
+  while (n > 0)
+    out += digits[--n];
+}
+
+void Append2(std::string& out, unsigned v)
+{
+  out += static_cast<char>('0' + (v / 10) % 10);
+  out += static_cast<char>('0' + v % 10);
+}
+
+// Days since 1970-01-01 to a civil date (proleptic Gregorian).
+void CivilFromDays(std::int64_t z, int& year, unsigned& month, unsigned& day)
+{
+  z += 719468;
+  const std::int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const auto doe = static_cast<unsigned>(z - era * 146097);
+  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  const std::int64_t y = static_cast<std::int64_t>(yoe) + era * 400;
+  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const unsigned mp = (5 * doy + 2) / 153;
+  day = doy - (153 * mp + 2) / 5 + 1;
+  month = mp < 10 ? mp + 3 : mp - 9;
+  year = static_cast<int>(y + (month <= 2));
+}
+
+std::int64_t DaysFromCivil(int y, unsigned m, unsigned d)
+{
+  y -= m <= 2;
+  const std::int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const auto yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy = (153 * (m > 2 ? m - 3 : m + 9) + 2) / 5 + d - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + static_cast<std::int64_t>(doe) - 719468;
+}
+
+constexpr std::int64_t kFileTimeEpochDays = 134774;  // 1601-01-01 to 1970-01-01
+
+void AppendDateTime(std::string& out, int year, unsigned month, unsigned day, unsigned hour,
+                    unsigned minute, unsigned second, std::uint32_t fraction7)
+{
+  const unsigned y = static_cast<unsigned>(year < 0 ? 0 : year);
+  Append2(out, y / 100);
+  Append2(out, y % 100);
+  out += '-';
+  Append2(out, month);
+  out += '-';
+  Append2(out, day);
+  out += 'T';
+  Append2(out, hour);
+  out += ':';
+  Append2(out, minute);
+  out += ':';
+  Append2(out, second);
+  out += '.';
+  char digits[7];
+  for (int i = 6; i >= 0; --i)
+  {
+    digits[i] = static_cast<char>('0' + fraction7 % 10);
+    fraction7 /= 10;
+  }
+  out.append(digits, 7);
+  out += 'Z';
+}
+
+void AppendGuid(std::string& out, const std::uint8_t* g)
+{
+  auto hex = [&](std::uint8_t b) {
+    out += kHexUpper[b >> 4];
+    out += kHexUpper[b & 0xf];
+  };
+  out += '{';
+  for (int i = 3; i >= 0; --i)
+    hex(g[i]);
+  out += '-';
+  hex(g[5]);
+  hex(g[4]);
+  out += '-';
+  hex(g[7]);
+  hex(g[6]);
+  out += '-';
+  hex(g[8]);
+  hex(g[9]);
+  out += '-';
+  for (int i = 10; i < 16; ++i)
+    hex(g[i]);
+  out += '}';
+}
+
+// Size of one SID at p (at most `size` bytes), or 0 when it does not fit.
+std::uint32_t SidSize(const std::uint8_t* p, std::uint32_t size)
+{
+  if (size < 8)
+    return 0;
+  const std::uint32_t total = 8 + 4u * p[1];
+  return total <= size ? total : 0;
+}
+
+void AppendSid(std::string& out, const std::uint8_t* p, std::uint32_t size)
+{
+  out += "S-";
+  AppendNumber(out, static_cast<unsigned>(p[0]));
+  out += '-';
+  std::uint64_t authority = 0;
+  for (int i = 2; i < 8; ++i)
+    authority = (authority << 8) | p[i];
+  if (authority >= (1ull << 32))
+    AppendHex(out, authority, 12);
+  else
+    AppendNumber(out, authority);
+  for (std::uint32_t i = 0; i < p[1] && 8 + 4 * i + 4 <= size; ++i)
+  {
+    out += '-';
+    AppendNumber(out, Le32(p + 8 + 4 * std::size_t(i)));
+  }
+}
+
+std::uint32_t FixedItemSize(ValueType type, std::uint32_t totalSize)
+{
+  switch (type)
+  {
+  case ValueType::Int8:
+  case ValueType::UInt8: return 1;
+  case ValueType::Int16:
+  case ValueType::UInt16: return 2;
+  case ValueType::Int32:
+  case ValueType::UInt32:
+  case ValueType::Real32:
+  case ValueType::Bool:
+  case ValueType::HexInt32: return 4;
+  case ValueType::Int64:
+  case ValueType::UInt64:
+  case ValueType::Real64:
+  case ValueType::FileTime:
+  case ValueType::HexInt64: return 8;
+  case ValueType::Guid:
+  case ValueType::SystemTime: return 16;
+  case ValueType::SizeT: return totalSize % 8 == 0 ? 8 : 4;
+  default: return 0;
+  }
+}
+
+void AppendBinary(std::string& out, const std::uint8_t* p, std::uint32_t size)
+{
+  for (std::uint32_t i = 0; i < size; ++i)
+  {
+    out += kHexUpper[p[i] >> 4];
+    out += kHexUpper[p[i] & 0xf];
+  }
+}
+
+void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
+                  TextEscape escape)
+{
+  switch (type)
+  {
+  case ValueType::Null: return;
+  case ValueType::String:
+  case ValueType::EvtXml:
+  {
+    std::uint32_t units = size / 2;
+    while (units > 0 && Le16(p + 2 * std::size_t(units - 1)) == 0)
+      --units;
+    AppendUtf16(out, p, units, escape);
+    return;
+  }
+  case ValueType::AnsiString:
+  {
+    while (size > 0 && p[size - 1] == 0)
+      --size;
+    for (std::uint32_t i = 0; i < size; ++i)
+    {
+      if (p[i] < 0x80)
+        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
+      else
+        AppendCodePoint(out, p[i]);
+    }
+    return;
+  }
+  case ValueType::Int8:
+    if (size >= 1)
+      return AppendNumber(out, static_cast<std::int8_t>(p[0]));
+    break;
+  case ValueType::UInt8:
+    if (size >= 1)
+      return AppendNumber(out, static_cast<unsigned>(p[0]));
+    break;
+  case ValueType::Int16:
+    if (size >= 2)
+      return AppendNumber(out, static_cast<std::int16_t>(Le16(p)));
+    break;
+  case ValueType::UInt16:
+    if (size >= 2)
+      return AppendNumber(out, Le16(p));
+    break;
+  case ValueType::Int32:
+    if (size >= 4)
+      return AppendNumber(out, static_cast<std::int32_t>(Le32(p)));
+    break;
+  case ValueType::UInt32:
+    if (size >= 4)
+      return AppendNumber(out, Le32(p));
+    break;
+  case ValueType::Int64:
+    if (size >= 8)
+      return AppendNumber(out, static_cast<std::int64_t>(Le64(p)));
+    break;
+  case ValueType::UInt64:
+  case ValueType::EvtHandle:
+    if (size >= 8)
+      return AppendNumber(out, Le64(p));
+    if (size >= 4)
+      return AppendNumber(out, Le32(p));
+    break;
+  case ValueType::Real32:
+    if (size >= 4)
+    {
+      float f;
+      std::memcpy(&f, p, 4);
+      return AppendNumber(out, f);
+    }
+    break;
+  case ValueType::Real64:
+    if (size >= 8)
+    {
+      double f;
+      std::memcpy(&f, p, 8);
+      return AppendNumber(out, f);
+    }
+    break;
+  case ValueType::Bool:
+  {
+    bool value = false;
+    for (std::uint32_t i = 0; i < size; ++i)
+      value |= p[i] != 0;
+    out += value ? "true" : "false";
+    return;
+  }
+  case ValueType::Guid:
+    if (size >= 16)
+      return AppendGuid(out, p);
+    break;
+  case ValueType::SizeT:
+    if (size >= 8)
+      return AppendNumber(out, Le64(p));
+    if (size >= 4)
+      return AppendNumber(out, Le32(p));
+    break;
+  case ValueType::FileTime:
+    if (size >= 8)
+      return AppendFileTime(out, Le64(p));
+    break;
+  case ValueType::SystemTime:
+    if (size >= 16)
+    {
+      AppendDateTime(out, Le16(p), Le16(p + 2) % 100, Le16(p + 6) % 100, Le16(p + 8) % 100,
+                     Le16(p + 10) % 100, Le16(p + 12) % 100, (Le16(p + 14) % 1000) * 10000u);
+      return;
+    }
+    break;
+  case ValueType::Sid:
+    if (SidSize(p, size) != 0)
+      return AppendSid(out, p, size);
+    break;
+  case ValueType::HexInt32:
+    if (size >= 4)
+      return AppendHex(out, Le32(p), 1);
+    break;
+  case ValueType::HexInt64:
+    if (size >= 8)
+      return AppendHex(out, Le64(p), 1);
+    break;
+  default: break;
+  }
+  AppendBinary(out, p, size);
+}
+
+void AppendArray(std::string& out, const Value& array, TextEscape escape)
+{
+  std::uint32_t pos = 0;
+  Value item;
+  for (bool first = true; NextArrayItem(array, pos, item); first = false)
+  {
+    if (!first)
+      out += ", ";
+    if (item.BaseType() == ValueType::String)
+      AppendUtf16(out, item.data, item.size / 2, escape);
+    else
+      AppendScalar(out, item.BaseType(), item.data, item.size, escape);
+  }
+}
+
+bool ParseDigits(const char*& p, const char* end, int count, unsigned& out)
+{
+  out = 0;
+  for (int i = 0; i < count; ++i, ++p)
+  {
+    if (p >= end || *p < '0' || *p > '9')
+      return false;
+    out = out * 10 + static_cast<unsigned>(*p - '0');
+  }
+  return true;
+}
+} // namespace
+
+void AppendUtf16(std::string& out, const std::uint8_t* utf16, std::size_t units,
+                 TextEscape escape)
+{
+  for (std::size_t i = 0; i < units;)
+  {
+    // Most text is plain ASCII: copy each run of it in one step.
+    std::size_t run = i;
+    if (escape == TextEscape::None)
+    {
+      while (run < units && Le16(utf16 + 2 * run) < 0x80)
+        ++run;
+    }
+    else
+    {
+      for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 && kPlainAscii[c];)
+        ++run;
+    }
+    if (run > i)
+    {
+      const std::size_t at = out.size();
+      out.resize(at + (run - i));
+      char* to = out.data() + at;
+      for (std::size_t k = i; k < run; ++k)
+        *to++ = static_cast<char>(utf16[2 * k]);
+      i = run;
+      if (i == units)
+        break;
+    }
+    std::uint32_t c = Le16(utf16 + 2 * i);
+    ++i;
+    if (c < 0x80)
+    {
+      AppendEscapedAscii(out, static_cast<char>(c), escape);
+      continue;
+    }
+    if (c >= 0xd800 && c < 0xdc00 && i < units)
+    {
+      const std::uint32_t low = Le16(utf16 + 2 * i);
+      if (low >= 0xdc00 && low < 0xe000)
+      {
+        c = 0x10000 + ((c - 0xd800) << 10) + (low - 0xdc00);
+        ++i;
+      }
+    }
+    if (c >= 0xd800 && c < 0xe000)
+      c = 0xfffd;  // a lone surrogate cannot be written as UTF-8
+    AppendCodePoint(out, c);
+  }
+}
+
+void AppendFileTime(std::string& out, std::uint64_t filetime)
+{
+  const std::uint64_t seconds = filetime / 10000000;
+  const auto fraction = static_cast<std::uint32_t>(filetime % 10000000);
+  const auto days = static_cast<std::int64_t>(seconds / 86400);
+  const auto secondOfDay = static_cast<unsigned>(seconds % 86400);
+  int year;
+  unsigned month, day;
+  CivilFromDays(days - kFileTimeEpochDays, year, month, day);
+  AppendDateTime(out, year, month, day, secondOfDay / 3600, secondOfDay / 60 % 60,
+                 secondOfDay % 60, fraction);
+}
+
+bool NextArrayItem(const Value& array, std::uint32_t& pos, Value& item) noexcept
+{
+  const ValueType type = array.BaseType();
+  const std::uint8_t* p = array.data;
+  std::uint32_t size = p == nullptr ? 0 : array.size;
+  if (type == ValueType::String)
+    size &= ~1u;
+  if (pos >= size)
+    return false;
+  if (type == ValueType::String || type == ValueType::AnsiString)
+  {
+    // Each item ends at a NUL; the last one may also end with the value.
+    const std::uint32_t unit = type == ValueType::String ? 2 : 1;
+    std::uint32_t end = pos;
+    while (end < size && (unit == 2 ? Le16(p + end) : p[end]) != 0)
+      end += unit;
+    item = Value{static_cast<std::uint8_t>(type), p + pos, end - pos};
+    pos = end + unit;
+    return true;
+  }
+  if (type == ValueType::Sid)
+  {
+    const std::uint32_t n = SidSize(p + pos, size - pos);
+    if (n == 0)
+      return false;
+    item = Value{static_cast<std::uint8_t>(type), p + pos, n};
+    pos += n;
+    return true;
+  }
+  const std::uint32_t itemSize = FixedItemSize(type, size);
+  if (itemSize == 0)
+  {
+    // Items of unknown size: the whole value is one item, shown as bytes.
+    item = Value{static_cast<std::uint8_t>(ValueType::Binary), p, size};
+    pos = size;
+    return true;
+  }
+  if (size - pos < itemSize)
+    return false;
+  item = Value{static_cast<std::uint8_t>(type), p + pos, itemSize};
+  pos += itemSize;
+  return true;
+}
+
+void AppendValueText(std::string& out, const Value& value, TextEscape escape)
+{
+  if (value.data == nullptr || value.size == 0)
+    return;
+  if (value.IsArray())
+    AppendArray(out, value, escape);
+  else
+    AppendScalar(out, value.BaseType(), value.data, value.size, escape);
+}
+
+std::string ValueText(const Value& value)
+{
+  std::string out;
+  AppendValueText(out, value);
+  return out;
+}
+
+std::wstring ValueTextWide(const Value& value)
+{
+  return Utf8ToWide(ValueText(value));
+}
+
+std::wstring Utf8ToWide(std::string_view text)
+{
+  std::wstring out;
+  AppendUtf8AsWide(out, text);
+  return out;
+}
+
+namespace
+{
+// Decodes UTF-8 into wide units. With Write false it only counts them, walking the text exactly
+// as the writing pass does, so that a caller can size a buffer to the unit.
+template <bool Write>
+std::size_t DecodeUtf8(std::string_view text, wchar_t* to)
+{
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const std::size_t size = text.size();
+  std::size_t units = 0;
+  for (std::size_t i = 0; i < size;)
+  {
+    // Sixteen ASCII bytes at a time (a fixed-size loop the compiler turns into vector code).
+    while (i + 16 <= size)
+    {
+      // A local copy: the output cannot alias it, so the widening loop vectorises.
+      std::uint8_t block[16];
+      std::memcpy(block, bytes + i, 16);
+      std::uint64_t a = 0, b = 0;
+      std::memcpy(&a, block, 8);
+      std::memcpy(&b, block + 8, 8);
+      if (((a | b) & 0x8080808080808080ull) != 0)
+        break;
+      if constexpr (Write)
+        for (std::size_t k = 0; k < 16; ++k)
+          to[units + k] = static_cast<wchar_t>(block[k]);
+      units += 16;
+      i += 16;
+    }
+    while (i < size && bytes[i] < 0x80)
+    {
+      if constexpr (Write)
+        to[units] = static_cast<wchar_t>(bytes[i]);
+      ++units;
+      ++i;
+    }
+    if (i == size)
+      break;
+    const unsigned char b = bytes[i];
+    std::uint32_t cp = 0xfffd;
+    std::size_t n = 1;
+    if ((b & 0xe0) == 0xc0 && i + 1 < size)
+      cp = (b & 0x1fu) << 6 | (bytes[i + 1] & 0x3fu), n = 2;
+    else if ((b & 0xf0) == 0xe0 && i + 2 < size)
+      cp = (b & 0x0fu) << 12 | (bytes[i + 1] & 0x3fu) << 6 | (bytes[i + 2] & 0x3fu), n = 3;
+    else if ((b & 0xf8) == 0xf0 && i + 3 < size)
+      cp = (b & 0x07u) << 18 | (bytes[i + 1] & 0x3fu) << 12 | (bytes[i + 2] & 0x3fu) << 6 | (bytes[i + 3] & 0x3fu),
+      n = 4;
+    i += n;
+    if constexpr (sizeof(wchar_t) == 2)
+    {
+      if (cp >= 0x10000)
+      {
+        cp -= 0x10000;
+        if constexpr (Write)
+        {
+          to[units] = static_cast<wchar_t>(0xd800 + (cp >> 10));
+          to[units + 1] = static_cast<wchar_t>(0xdc00 + (cp & 0x3ff));
+        }
+        units += 2;
+        continue;
+      }
+    }
+    if constexpr (Write)
+      to[units] = static_cast<wchar_t>(cp);
+    ++units;
+  }
+  return units;
+}
+} // namespace
+
+void AppendUtf8AsWide(std::wstring& out, std::string_view text)
+{
+  // A code point never takes more wide units than UTF-8 bytes: size for the worst case, write
+  // in place, then trim.
+  const std::size_t start = out.size();
+  out.resize(start + text.size());
+  out.resize(start + DecodeUtf8<true>(text, out.data() + start));
+}
+
+std::size_t WideLengthOfUtf8(std::string_view text) noexcept
+{
+  return DecodeUtf8<false>(text, nullptr);
+}
+
+std::size_t WidenUtf8(std::string_view text, wchar_t* out) noexcept
+{
+  return DecodeUtf8<true>(text, out);
+}
+
+bool ValueToUInt64(const Value& value, std::uint64_t& out) noexcept
+{
+  if (value.data == nullptr || value.IsArray())
+    return false;
+  const std::uint8_t* p = value.data;
+  const std::uint32_t size = value.size;
+  switch (value.BaseType())
+  {
+  case ValueType::Int8:
+    if (size < 1) return false;
+    out = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int8_t>(p[0])));
+    return true;
+  case ValueType::UInt8:
+    if (size < 1) return false;
+    out = p[0];
+    return true;
+  case ValueType::Int16:
+    if (size < 2) return false;
+    out = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int16_t>(Le16(p))));
+    return true;
+  case ValueType::UInt16:
+    if (size < 2) return false;
+    out = Le16(p);
+    return true;
+  case ValueType::Int32:
+    if (size < 4) return false;
+    out = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(Le32(p))));
+    return true;
+  case ValueType::UInt32:
+  case ValueType::HexInt32:
+  case ValueType::Bool:
+    if (size < 4) return false;
+    out = Le32(p);
+    return true;
+  case ValueType::Int64:
+  case ValueType::UInt64:
+  case ValueType::HexInt64:
+  case ValueType::FileTime:
+    if (size < 8) return false;
+    out = Le64(p);
+    return true;
+  case ValueType::SizeT:
+  case ValueType::EvtHandle:
+    if (size >= 8)
+      out = Le64(p);
+    else if (size >= 4)
+      out = Le32(p);
+    else
+      return false;
+    return true;
+  case ValueType::String:
+  case ValueType::AnsiString:
+  {
+    std::string text;
+    AppendValueText(text, value);
+    const char* b = text.data();
+    const char* e = b + text.size();
+    while (b < e && *b == ' ')
+      ++b;
+    int base = 10;
+    if (e - b > 2 && b[0] == '0' && (b[1] == 'x' || b[1] == 'X'))
+    {
+      b += 2;
+      base = 16;
+    }
+    if (b == e)
+      return false;
+    const auto result = std::from_chars(b, e, out, base);
+    return result.ec == std::errc() && result.ptr == e;
+  }
+  default: return false;
+  }
+}
+
+bool ValueToFileTime(const Value& value, std::uint64_t& out) noexcept
+{
+  if (value.data == nullptr || value.IsArray())
+    return false;
+  if (value.BaseType() == ValueType::FileTime)
+  {
+    if (value.size < 8)
+      return false;
+    out = Le64(value.data);
+    return true;
+  }
+  int year;
+  unsigned month, day, hour, minute, second;
+  std::uint64_t fraction = 0;
+  if (value.BaseType() == ValueType::SystemTime)
+  {
+    if (value.size < 16)
+      return false;
+    const std::uint8_t* p = value.data;
+    year = Le16(p);
+    month = Le16(p + 2);
+    day = Le16(p + 6);
+    hour = Le16(p + 8);
+    minute = Le16(p + 10);
+    second = Le16(p + 12);
+    fraction = Le16(p + 14) * 10000ull;
+  }
+  else if (value.BaseType() == ValueType::String || value.BaseType() == ValueType::AnsiString)
+  {
+    std::string text;
+    AppendValueText(text, value);
+    const char* p = text.data();
+    const char* e = p + text.size();
+    unsigned y;
+    if (!ParseDigits(p, e, 4, y) || p >= e || *p++ != '-' || !ParseDigits(p, e, 2, month) ||
+        p >= e || *p++ != '-' || !ParseDigits(p, e, 2, day) || p >= e || *p++ != 'T' ||
+        !ParseDigits(p, e, 2, hour) || p >= e || *p++ != ':' || !ParseDigits(p, e, 2, minute) ||
+        p >= e || *p++ != ':' || !ParseDigits(p, e, 2, second))
+      return false;
+    year = static_cast<int>(y);
+    if (p < e && *p == '.')
+    {
+      ++p;
+      int digits = 0;
+      while (p < e && *p >= '0' && *p <= '9')
+      {
+        if (digits < 7)
+          fraction = fraction * 10 + static_cast<unsigned>(*p - '0');
+        ++digits;
+        ++p;
+      }
+      for (; digits < 7; ++digits)
+        fraction *= 10;
+    }
+  }
+  else
+  {
+    return false;
+  }
+  if (year < 1601 || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 ||
+      minute > 59 || second > 60)
+    return false;
+  const std::int64_t days = DaysFromCivil(year, month, day) + kFileTimeEpochDays;
+  out = (static_cast<std::uint64_t>(days) * 86400 + hour * 3600ull + minute * 60ull + second) *
+          10000000ull +
+        fraction;
+  return true;
+}
+
+bool ValueEquals(const Value& value, std::string_view text)
+{
+  const ValueType type = value.BaseType();
+  if (value.IsArray() || (type != ValueType::String && type != ValueType::AnsiString))
+    return false;
+  if (type == ValueType::String)
+  {
+    // Compare without building a string when the text is ASCII.
+    std::uint32_t units = value.size / 2;
+    while (units > 0 && Le16(value.data + 2 * std::size_t(units - 1)) == 0)
+      --units;
+    bool ascii = true;
+    for (const char c : text)
+      ascii &= static_cast<unsigned char>(c) < 0x80;
+    if (ascii)
+    {
+      if (units != text.size())
+        return false;
+      for (std::uint32_t i = 0; i < units; ++i)
+        if (Le16(value.data + 2 * std::size_t(i)) != static_cast<unsigned char>(text[i]))
+          return false;
+      return true;
+    }
+  }
+  return ValueText(value) == text;
+}
+} // namespace evtx

@@ -1,0 +1,35 @@
+// Configuration of a "WindowsEvents" collection: the event log channels to read, each with an
+// optional provider, look-back window and list of event identifiers.
+// Usage: std::vector<SFilter> f{{L"System", L"", 3600000, {7036}}};
+//        std::dynamic_pointer_cast<win_events::ICollectionInit>(collection)->SetFilter(f);
+#pragma once
+
+#include "KeldaKernel/Strings.h"
+
+#include <cstdint>
+#include <vector>
+
+namespace collector::ni::win_events
+{
+struct SFilter
+{
+  // Channel path, e.g. a log name; must not be empty.
+  tstring Path;
+  // Event provider name; empty means any provider.
+  tstring Provider;
+  // Look-back window in milliseconds for the first read of the channel; <= 0 means no limit.
+  std::int64_t TimeDiff = 0;
+  // Event identifiers to accept; empty means all.
+  std::vector<std::uint32_t> EventIds;
+};
+
+class ICollectionInit
+{
+public:
+  virtual ~ICollectionInit() = default;
+  // Validates (non-empty list, every Path non-empty; E_INVALIDARG otherwise) and stores a copy.
+  virtual void SetFilter(std::vector<SFilter>& filters) = 0;
+  // A copy of the stored filters (empty until SetFilter succeeded).
+  virtual std::vector<SFilter> GetFilter() const = 0;
+};
+} // namespace collector::ni::win_events

@@ -1,0 +1,108 @@
+#include "EventQuery.h"
+
+#include "KeldaKernel/Exceptions.h"
+
+#include <fmt/xchar.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace collector::ni::impl
+{
+namespace
+{
+// Opens the System condition on its first clause and chains every later clause with "and".
+void AppendClauseStart(tstring& condition)
+{
+  condition += condition.empty() ? L"[System[(" : L" and (";
+}
+
+// The condition of one filter: provider, event identifiers, then the bookmark or the
+// look-back window; empty when the filter selects everything.
+tstring BuildCondition(const win_events::SFilter& filter, const EventBookmarks& bookmarks)
+{
+  tstring condition;
+  if (!filter.Provider.empty())
+  {
+    // Inserted as given: provider names are not escaped.
+    fmt::format_to(std::back_inserter(condition), L"[System[(Provider[@Name='{}'])", filter.Provider);
+  }
+  if (!filter.EventIds.empty())
+  {
+    AppendClauseStart(condition);
+    bool first = true;
+    for (std::uint32_t id : filter.EventIds)
+    {
+      if (!first)
+      {
+        condition += L" or ";
+      }
+      first = false;
+      fmt::format_to(std::back_inserter(condition), L"EventID={}", id);
+    }
+    condition += L')';
+  }
+  const auto bookmark = bookmarks.find(filter.Path);
+  if (bookmark != bookmarks.end())
+  {
+    // Once a channel has been read, continue after its last record; the look-back window
+    // only applies to the first read.
+    AppendClauseStart(condition);
+    fmt::format_to(std::back_inserter(condition), L"EventRecordID&gt;{})", bookmark->second);
+  }
+  else if (filter.TimeDiff >= 1)
+  {
+    AppendClauseStart(condition);
+    fmt::format_to(std::back_inserter(condition), L"TimeCreated[timediff(@SystemTime)&lt;={}])", filter.TimeDiff);
+  }
+  if (!condition.empty())
+  {
+    condition += L"]]";
+  }
+  return condition;
+}
+} // namespace
+
+bool AreEventFiltersValid(const std::vector<win_events::SFilter>& filters) noexcept
+{
+  return !filters.empty() &&
+         std::none_of(filters.begin(), filters.end(), [](const win_events::SFilter& f) { return f.Path.empty(); });
+}
+
+void ValidateEventFilters(const std::vector<win_events::SFilter>& filters)
+{
+  if (!AreEventFiltersValid(filters))
+  {
+    KELDA_THROW(CHResultException(E_INVALIDARG));
+  }
+}
+
+void StoreEventFilters(std::vector<win_events::SFilter>& stored, const std::vector<win_events::SFilter>& filters)
+{
+  ValidateEventFilters(filters);
+  if (&stored != &filters)
+  {
+    stored = filters;
+  }
+}
+
+tstring BuildEventQuery(const std::vector<win_events::SFilter>& filters, const EventBookmarks& bookmarks)
+{
+  if (filters.empty())
+  {
+    return {};
+  }
+  tstring query = L"<QueryList>";
+  std::size_t number = 0;
+  for (const win_events::SFilter& filter : filters)
+  {
+    // The path goes in unchanged: the caller gives a valid channel name.
+    fmt::format_to(std::back_inserter(query), L"<Query Id=\"{}\"><Select Path=\"{}\">*", number, filter.Path);
+    query += BuildCondition(filter, bookmarks);
+    query += L"</Select></Query>";
+    ++number;
+  }
+  query += L"</QueryList>";
+  return query;
+}
+} // namespace collector::ni::impl

@@ -1,0 +1,201 @@
+#include "EventValues.h"
+
+#include <cmath>
+#include <cstdint>
+#include <charconv>
+#include <string>
+
+namespace collector::ni::impl
+{
+namespace
+{
+bool IsScanSpace(wchar_t c) noexcept
+{
+  return c == L' ' || (c >= L'\t' && c <= L'\r');
+}
+
+bool IsDigit(wchar_t c) noexcept
+{
+  return c >= L'0' && c <= L'9';
+}
+
+// True for a number like "1e999" (too large), false for "1e-999" or "0e999" (too small).
+bool HasNonZeroDigit(const std::string& number) noexcept
+{
+  const auto exponent = number.find_first_of("eE");
+  const std::string_view mantissa = std::string_view(number).substr(0, exponent);
+  return mantissa.find_first_of("123456789") != std::string_view::npos &&
+         exponent != std::string::npos && number.find('-', exponent) == std::string::npos;
+}
+
+// A cursor over the text with the conversions of the scanf family that the time format uses.
+class CScanner
+{
+public:
+  explicit CScanner(std::wstring_view text) noexcept : m_text(text) {}
+
+  // "%hd": white space, optional sign, at least one digit; the value is kept modulo 2^16 as
+  // the runtime's store into a short does.
+  bool Short(short& out) noexcept
+  {
+    skipSpace();
+    std::size_t i = m_at;
+    bool negative = false;
+    if (i < m_text.size() && (m_text[i] == L'+' || m_text[i] == L'-'))
+    {
+      negative = m_text[i] == L'-';
+      ++i;
+    }
+    if (i >= m_text.size() || !IsDigit(m_text[i]))
+      return false;
+    std::uint32_t value = 0;
+    for (; i < m_text.size() && IsDigit(m_text[i]); ++i)
+      value = value * 10u + static_cast<std::uint32_t>(m_text[i] - L'0');
+    if (negative)
+      value = 0u - value;
+    out = static_cast<short>(static_cast<std::uint16_t>(value & 0xFFFFu));
+    m_at = i;
+    return true;
+  }
+
+  // "%lf": white space, then [sign] digits [. digits] [e [sign] digits] with at least one
+  // digit in the mantissa; an exponent without digits is not part of the number.
+  bool Double(double& out)
+  {
+    skipSpace();
+    std::size_t i = m_at;
+    const std::size_t begin = i;
+    if (i < m_text.size() && (m_text[i] == L'+' || m_text[i] == L'-'))
+      ++i;
+    std::size_t digits = 0;
+    for (; i < m_text.size() && IsDigit(m_text[i]); ++i)
+      ++digits;
+    if (i < m_text.size() && m_text[i] == L'.')
+    {
+      ++i;
+      for (; i < m_text.size() && IsDigit(m_text[i]); ++i)
+        ++digits;
+    }
+    if (digits == 0)
+      return false;
+    if (i < m_text.size() && (m_text[i] == L'e' || m_text[i] == L'E'))
+    {
+      std::size_t e = i + 1;
+      if (e < m_text.size() && (m_text[e] == L'+' || m_text[e] == L'-'))
+        ++e;
+      if (e < m_text.size() && IsDigit(m_text[e]))
+      {
+        while (e < m_text.size() && IsDigit(m_text[e]))
+          ++e;
+        i = e;
+      }
+    }
+    // The number is plain ASCII; from_chars reads it without the locale (it takes no '+').
+    std::string number;
+    number.reserve(i - begin);
+    for (std::size_t k = begin; k < i; ++k)
+      number.push_back(static_cast<char>(m_text[k]));
+    const std::size_t skip = number[0] == '+' ? 1 : 0;
+    out = 0.0;
+    const auto result = std::from_chars(number.data() + skip, number.data() + number.size(), out);
+    // Too large a number reads as infinity, as the runtime gives it.
+    if (result.ec == std::errc::result_out_of_range && out == 0.0 && HasNonZeroDigit(number))
+      out = number[0] == '-' ? -HUGE_VAL : HUGE_VAL;
+    m_at = i;
+    return true;
+  }
+
+  // A literal character of the format.
+  bool Literal(wchar_t c) noexcept
+  {
+    if (m_at < m_text.size() && m_text[m_at] == c)
+    {
+      ++m_at;
+      return true;
+    }
+    return false;
+  }
+
+private:
+  void skipSpace() noexcept
+  {
+    while (m_at < m_text.size() && IsScanSpace(m_text[m_at]))
+      ++m_at;
+  }
+
+  std::wstring_view m_text;
+  std::size_t m_at = 0;
+};
+} // namespace
+
+int EventTypeFromLevel(int level) noexcept
+{
+  switch (level)
+  {
+  case 1:
+  case 2:
+    return 1;
+  case 3:
+    return 2;
+  default:
+    return 3;
+  }
+}
+
+__int64 MakeInternalId(__int64 qualifiers, __int64 eventId) noexcept
+{
+  // Unsigned arithmetic: a negative qualifier shifts without undefined behaviour.
+  const auto shifted = static_cast<std::uint64_t>(qualifiers) << 16;
+  return static_cast<__int64>(shifted | static_cast<std::uint64_t>(eventId));
+}
+
+SScannedEventTime ScanEventTime(std::wstring_view text)
+{
+  SScannedEventTime scanned;
+  CScanner scanner(text);
+  short* const shorts[] = {&scanned.Year, &scanned.Month, &scanned.Day, &scanned.Hour, &scanned.Minute};
+  const wchar_t separators[] = {L'-', L'-', L'T', L':', L':'};
+  for (int item = 0; item < 5; ++item)
+  {
+    if (!scanner.Short(*shorts[item]))
+      return scanned;
+    ++scanned.Items;
+    if (!scanner.Literal(separators[item]))
+      return scanned;
+  }
+  if (scanner.Double(scanned.Seconds))
+    ++scanned.Items;
+  // The trailing 'Z' is matched after the last conversion: it changes nothing in the count.
+  return scanned;
+}
+
+COleDateTimeEx ParseEventTime(std::wstring_view text)
+{
+  COleDateTimeEx invalid;
+  invalid.SetStatus(COleDateTimeEx::invalid);
+  const SScannedEventTime scanned = ScanEventTime(text);
+  // Seconds outside a WORD cannot be truncated into the field; they are no valid time anyway.
+  if (scanned.Items != 6 || !(scanned.Seconds >= 0.0 && scanned.Seconds < 65536.0))
+    return invalid;
+  SYSTEMTIME time{};
+  time.wYear = static_cast<WORD>(scanned.Year);
+  time.wMonth = static_cast<WORD>(scanned.Month);
+  time.wDay = static_cast<WORD>(scanned.Day);
+  time.wHour = static_cast<WORD>(scanned.Hour);
+  time.wMinute = static_cast<WORD>(scanned.Minute);
+  const double whole = std::trunc(scanned.Seconds);
+  time.wSecond = static_cast<WORD>(whole);
+  const long milliseconds = std::lround((scanned.Seconds - whole) * 1000.0);
+  if (milliseconds < 1000)
+  {
+    time.wMilliseconds = static_cast<WORD>(milliseconds);
+    return COleDateTimeEx(time);
+  }
+  // A fraction of .9995 or more rounds to 1000 ms: as the milliseconds are added to the date
+  // of the whole second, that is the next second.
+  COleDateTimeEx second(time);
+  if (second.GetStatus() != COleDateTimeEx::valid)
+    return second;
+  return second + COleDateTimeSpan(0, 0, 0, 1);
+}
+} // namespace collector::ni::impl

@@ -1,0 +1,367 @@
+#include "EventXml.h"
+
+#include "EventNumbers.h"
+#include "EventValues.h"
+
+#include "KeldaKernel/Exceptions.h"
+
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+namespace collector::ni::impl
+{
+namespace
+{
+// Element and attribute names, made once per process (static storage) and reused by every
+// lookup.
+namespace node_names
+{
+constexpr const char* Provider = "Provider";
+constexpr const char* Name = "Name";
+constexpr const char* TimeCreated = "TimeCreated";
+constexpr const char* SystemTime = "SystemTime";
+constexpr const char* EventRecordID = "EventRecordID";
+constexpr const char* Channel = "Channel";
+constexpr const char* Level = "Level";
+constexpr const char* EventID = "EventID";
+constexpr const char* Qualifiers = "Qualifiers";
+constexpr const char* Security = "Security";
+constexpr const char* UserID = "UserID";
+constexpr const char* EventData = "EventData";
+constexpr const char* System = "System";
+} // namespace node_names
+
+constexpr char32_t replacement = 0xFFFD;
+
+// Writes one code point as wide units (a surrogate pair where wchar_t is 16 bits; a 4-byte UTF-8
+// sequence then gives two units for its four bytes, so the worst-case size still holds).
+wchar_t* PutCodePoint(wchar_t* out, char32_t c)
+{
+  if constexpr (sizeof(wchar_t) == 2)
+  {
+    if (c >= 0x10000)
+    {
+      c -= 0x10000;
+      *out++ = static_cast<wchar_t>(0xD800 + (c >> 10));
+      *out++ = static_cast<wchar_t>(0xDC00 + (c & 0x3FF));
+      return out;
+    }
+  }
+  *out++ = static_cast<wchar_t>(c);
+  return out;
+}
+
+char* PutUtf8(char* out, char32_t c)
+{
+  if (c < 0x800)
+  {
+    *out++ = static_cast<char>(0xC0 | (c >> 6));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  else if (c < 0x10000)
+  {
+    *out++ = static_cast<char>(0xE0 | (c >> 12));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  else
+  {
+    *out++ = static_cast<char>(0xF0 | (c >> 18));
+    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
+}
+
+bool IsText(const pugi::xml_node& node) noexcept
+{
+  return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
+}
+
+// All the text below a node, in document order (the DOM's "text" of an element).
+void AppendText(const pugi::xml_node& node, tstring& out)
+{
+  if (IsText(node))
+  {
+    AppendUtf8(out, node.value());
+    return;
+  }
+  for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
+    AppendText(child, out);
+}
+
+void AssignText(const pugi::xml_node& node, tstring& out)
+{
+  out.clear();
+  if (node)
+    AppendText(node, out);
+}
+
+void AssignAttribute(const pugi::xml_node& node, const char* name, tstring& out)
+{
+  out.clear();
+  if (node)
+    AppendUtf8(out, node.attribute(name).value());
+}
+
+struct SFoundNodes
+{
+  pugi::xml_node Provider;
+  pugi::xml_node TimeCreated;
+  pugi::xml_node EventRecordID;
+  pugi::xml_node Channel;
+  pugi::xml_node Level;
+  pugi::xml_node EventID;
+  pugi::xml_node Security;
+  pugi::xml_node EventData;
+};
+
+// The System elements a record reads, by name; the first of each name wins.
+void FindSystemNodes(const pugi::xml_node& system, SFoundNodes& found)
+{
+  std::size_t missing = 7;
+  for (pugi::xml_node node = system.first_child(); node && missing > 0; node = node.next_sibling())
+  {
+    if (node.type() != pugi::node_element)
+      continue;
+    const char* name = node.name();
+    pugi::xml_node* slot = nullptr;
+    // The first letter tells the candidates apart without comparing every name.
+    switch (name[0])
+    {
+    case 'P':
+      slot = std::strcmp(name, node_names::Provider) == 0 ? &found.Provider : nullptr;
+      break;
+    case 'T':
+      slot = std::strcmp(name, node_names::TimeCreated) == 0 ? &found.TimeCreated : nullptr;
+      break;
+    case 'E':
+      slot = std::strcmp(name, node_names::EventID) == 0         ? &found.EventID
+             : std::strcmp(name, node_names::EventRecordID) == 0 ? &found.EventRecordID
+                                                                 : nullptr;
+      break;
+    case 'C':
+      slot = std::strcmp(name, node_names::Channel) == 0 ? &found.Channel : nullptr;
+      break;
+    case 'L':
+      slot = std::strcmp(name, node_names::Level) == 0 ? &found.Level : nullptr;
+      break;
+    case 'S':
+      slot = std::strcmp(name, node_names::Security) == 0 ? &found.Security : nullptr;
+      break;
+    default:
+      break;
+    }
+    if (slot != nullptr && !*slot)
+    {
+      *slot = node;
+      --missing;
+    }
+  }
+}
+
+// An event is <Event><System>...</System><EventData>...</EventData></Event> (or UserData in
+// place of EventData): the System values are children of System, the data is the EventData
+// child of the root. Looking there, rather than through the whole tree, keeps events with
+// large UserData as cheap as the others.
+SFoundNodes FindNodes(const pugi::xml_document& document)
+{
+  SFoundNodes found;
+  const pugi::xml_node root = document.document_element();
+  for (pugi::xml_node node = root.first_child(); node; node = node.next_sibling())
+  {
+    if (node.type() != pugi::node_element)
+      continue;
+    const char* name = node.name();
+    if (std::strcmp(name, node_names::System) == 0)
+    {
+      if (!found.Provider && !found.EventID && !found.Channel)
+        FindSystemNodes(node, found);
+    }
+    else if (!found.EventData && std::strcmp(name, node_names::EventData) == 0)
+    {
+      found.EventData = node;
+    }
+  }
+  return found;
+}
+} // namespace
+
+void AppendUtf8(tstring& out, std::string_view utf8)
+{
+  // A code point never takes more wide units than UTF-8 bytes: size once for the worst case,
+  // write in place, then trim.
+  const std::size_t start = out.size();
+  out.resize(start + utf8.size());
+  wchar_t* target = out.data() + start;
+  const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
+  const auto* const end = p + utf8.size();
+  while (p < end)
+  {
+    // Runs of ASCII, by far the most common text in events, are widened eight at a time.
+    while (end - p >= 8)
+    {
+      std::uint64_t bytes = 0;
+      std::memcpy(&bytes, p, sizeof(bytes));
+      if ((bytes & 0x8080808080808080ull) != 0)
+        break;
+      for (int k = 0; k < 8; ++k)
+        target[k] = static_cast<wchar_t>(p[k]);
+      target += 8;
+      p += 8;
+    }
+    if (p < end && *p < 0x80)
+    {
+      *target++ = static_cast<wchar_t>(*p++);
+      continue;
+    }
+    if (p == end)
+      break;
+    const unsigned char lead = *p;
+    int length = 0;
+    char32_t c = 0;
+    char32_t minimum = 0;
+    if ((lead & 0xE0) == 0xC0)
+    {
+      length = 2;
+      c = lead & 0x1F;
+      minimum = 0x80;
+    }
+    else if ((lead & 0xF0) == 0xE0)
+    {
+      length = 3;
+      c = lead & 0x0F;
+      minimum = 0x800;
+    }
+    else if ((lead & 0xF8) == 0xF0)
+    {
+      length = 4;
+      c = lead & 0x07;
+      minimum = 0x10000;
+    }
+    bool ok = length > 0 && end - p >= length;
+    for (int i = 1; ok && i < length; ++i)
+    {
+      ok = (p[i] & 0xC0) == 0x80;
+      c = (c << 6) | (p[i] & 0x3F);
+    }
+    if (!ok || c < minimum || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+    {
+      c = replacement;
+      length = 1;
+    }
+    target = PutCodePoint(target, c);
+    p += length;
+  }
+  out.resize(static_cast<std::size_t>(target - out.data()));
+}
+
+std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
+{
+  // Four bytes per character at most; the buffer only grows, so a warm reader writes in place.
+  const std::size_t worst = wide.size() * 4 + 1;
+  if (buffer.size() < worst)
+    buffer.resize(worst);
+  char* out = buffer.data();
+  const std::size_t size = wide.size();
+  for (std::size_t i = 0; i < size; ++i)
+  {
+    // Sixteen ASCII characters at a time, in fixed-size loops the compiler turns into vector
+    // code: most of an event's XML is markup and ASCII text.
+    while (i + 16 <= size)
+    {
+      // A local copy: the output cannot alias it, so both loops vectorise.
+      wchar_t block[16];
+      std::memcpy(block, wide.data() + i, sizeof(block));
+      std::uint32_t any = 0;
+      for (const wchar_t c : block)
+        any |= static_cast<std::uint32_t>(c);
+      if ((any & ~0x7Fu) != 0)
+        break;
+      char narrow[16];
+      for (std::size_t k = 0; k < 16; ++k)
+        narrow[k] = static_cast<char>(block[k]);
+      std::memcpy(out, narrow, sizeof(narrow));
+      out += 16;
+      i += 16;
+    }
+    if (i >= size)
+      break;
+    auto c = static_cast<char32_t>(wide[i]);
+    if (c < 0x80)
+    {
+      *out++ = static_cast<char>(c);
+      continue;
+    }
+    if constexpr (sizeof(wchar_t) == 2)
+    {
+      if (c >= 0xD800 && c <= 0xDBFF && i + 1 < size && wide[i + 1] >= 0xDC00 && wide[i + 1] <= 0xDFFF)
+      {
+        c = 0x10000 + ((c - 0xD800) << 10) + (static_cast<char32_t>(wide[i + 1]) - 0xDC00);
+        ++i;
+      }
+    }
+    if ((c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF)
+      c = replacement;
+    out = PutUtf8(out, c);
+  }
+  return static_cast<std::size_t>(out - buffer.data());
+}
+
+void WideToUtf8(std::wstring_view wide, std::string& out)
+{
+  std::vector<char> buffer;
+  out.assign(buffer.data(), WideToUtf8(wide, buffer));
+}
+
+void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
+{
+  // The rendered text may carry its terminating zero; the document ends before it.
+  if (const auto zero = xml.find(L'\0'); zero != std::wstring_view::npos)
+    xml = xml.substr(0, zero);
+  const std::size_t length = WideToUtf8(xml, m_utf8);
+  // A data value of white space only is a value: keep lone white-space text. Attribute values
+  // are not white-space normalised: the attributes read here (names, times, numbers, SIDs)
+  // hold none, and the parse is cheaper without.
+  const unsigned options = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
+                           pugi::parse_ws_pcdata_single;
+  const pugi::xml_parse_result parsed =
+    m_document.load_buffer_inplace(m_utf8.data(), length, options, pugi::encoding_utf8);
+  if (!parsed)
+    KELDA_THROW(CHResultException(E_FAIL, L"The event XML is not well-formed"));
+
+  const SFoundNodes found = FindNodes(m_document);
+  AssignAttribute(found.Provider, node_names::Name, text.Provider);
+  AssignAttribute(found.TimeCreated, node_names::SystemTime, text.SystemTime);
+  AssignText(found.EventRecordID, text.EventRecordId);
+  AssignText(found.Channel, text.Channel);
+  AssignText(found.Level, text.Level);
+  AssignText(found.EventID, text.EventId);
+  AssignAttribute(found.EventID, node_names::Qualifiers, text.Qualifiers);
+  AssignAttribute(found.Security, node_names::UserID, text.UserId);
+  text.Data.clear();
+  for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
+  {
+    if (child.type() != pugi::node_element && !IsText(child))
+      continue;
+    AppendText(child, text.Data.emplace_back());
+  }
+}
+
+SEventValues MakeEventValues(SEventXmlText& text)
+{
+  SEventValues values;
+  values.SourceName = std::move(text.Provider);
+  values.CreatedTime = ParseEventTime(text.SystemTime);
+  values.EventType = EventTypeFromLevel(WToI(text.Level));
+  values.Data = std::move(text.Data);
+  values.EventCode = WToI(text.EventId);
+  values.InternalId = MakeInternalId(WToI64(text.Qualifiers), WToI64(text.EventId));
+  values.RecordId = WToI(text.EventRecordId);
+  text.Provider.clear();
+  text.Data.clear();
+  return values;
+}
+} // namespace collector::ni::impl

@@ -1,0 +1,75 @@
+#include "TaskPool.h"
+
+#include "KeldaKernel/Exceptions.h"
+
+#include <fmt/xchar.h>
+#include <utility>
+
+namespace collector::ni::impl
+{
+namespace
+{
+tstring GuidText(const GUID& id)
+{
+  wchar_t text[39] = {};
+  StringFromGUID2(id, text, 39);
+  return text;
+}
+} // namespace
+
+// The pool handle is taken by value: the task pool keeps its own copy and hands it on.
+CTaskPool::CTaskPool(std::shared_ptr<CClassPool> classPool, std::shared_ptr<CUserPool> userPool,
+                     std::shared_ptr<CHostPool> hostPool, std::shared_ptr<ICancellationToken> cancellation,
+                     pool threadPool, // NOLINT(performance-unnecessary-value-param)
+                     std::shared_ptr<CLog> log, std::shared_ptr<const CCollectionFactory> factory)
+  : m_classPool(std::move(classPool)),
+    m_userPool(std::move(userPool)),
+    m_hostPool(std::move(hostPool)),
+    m_cancellation(std::move(cancellation)),
+    m_pool(threadPool),
+    m_log(std::move(log)),
+    m_factory(std::move(factory))
+{
+}
+
+std::shared_ptr<ITask> CTaskPool::Deploy(std::wstring_view name, GUID hostId, GUID userId)
+{
+  // The host is checked first, so a call with both unknown reports the host.
+  std::shared_ptr<IHost> host = m_hostPool->Get(hostId);
+  if (!host)
+  {
+    KELDA_THROW(CHResultException(E_INVALIDARG, fmt::format(L"Host {} not found", GuidText(hostId))));
+  }
+  std::shared_ptr<IUser> user = m_userPool->Get(userId);
+  if (!user)
+  {
+    KELDA_THROW(CHResultException(E_INVALIDARG, fmt::format(L"User {} not found", GuidText(userId))));
+  }
+  // Each task cancels through a token of its own, a child of the collector's: cancelling one
+  // task leaves the others running, cancelling the collector reaches them all.
+  auto task = std::make_shared<CTask>(m_log, m_pool, create_child_cancellation(m_cancellation), std::move(host),
+                                      std::move(user), m_classPool, m_userPool, m_factory);
+  m_log->Debug(fmt::format(L"Task '{}' deployed as {} on host {}", name, GuidText(task->GetId()), GuidText(hostId)));
+  return Add(std::move(task));
+}
+
+std::shared_ptr<ITask> CTaskPool::Get(GUID id)
+{
+  return CPoolBase<CTask>::Get(id);
+}
+
+void CTaskPool::Remove(GUID id)
+{
+  Erase(id);
+}
+
+void CTaskPool::CancelAll()
+{
+  ForEach([](const std::shared_ptr<CTask>& task) { task->Cancel(); });
+}
+
+void CTaskPool::StopAll(bool sync)
+{
+  ForEach([sync](const std::shared_ptr<CTask>& task) { task->Stop(sync); });
+}
+} // namespace collector::ni::impl

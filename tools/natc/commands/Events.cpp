@@ -1,0 +1,198 @@
+// natc events: runs a "WindowsEvents" collection over a directory of .evtx channel files and
+// prints every record and state change as one JSON line on stdout (log lines go to stderr).
+//   natc events --logs DIR (--channel NAME)... [--provider NAME] [--event-id N]...
+//               [--time-diff MS] [--period S] [--user DOMAIN\NAME] [--password P] [--once]
+// Each --channel becomes one filter with the same provider, event identifiers and look-back
+// window. --once stops after the first update (exit 1 when it failed); otherwise the collection
+// runs until SIGINT or SIGTERM.
+#include "CommandRegistry.h"
+
+#include "ClassPool.h"
+#include "EventCollection.h"
+#include "HostPool.h"
+#include "UserPool.h"
+#include "common/CollectionLifetime.h"
+#include "common/StopSignals.h"
+#include "output/JsonLines.h"
+
+#include "KeldaKernel/Cancellation.h"
+#include "KeldaKernel/Pool.h"
+#include "KeldaKernel/Strings.h"
+
+#include <climits>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#ifndef _WIN32
+#  include <pwd.h>
+#  include <unistd.h>
+#endif
+
+namespace
+{
+using collector::ni::ICollectionTypes;
+using collector::ni::impl::CClassPool;
+using collector::ni::impl::CEventCollection;
+using collector::ni::impl::CHostPool;
+using collector::ni::impl::CUserPool;
+using collector::ni::win_events::SFilter;
+
+struct SOptions
+{
+  std::string logs;
+  std::vector<std::wstring> channels;
+  std::wstring provider;
+  std::vector<std::uint32_t> eventIds;
+  std::int64_t timeDiff = 0;
+  int period = 60;
+  std::optional<std::wstring> user;
+  std::wstring password;
+  bool once = false;
+};
+
+constexpr const char* usage =
+  "usage: natc events --logs DIR (--channel NAME)... [--provider NAME] [--event-id N]...\n"
+  "                   [--time-diff MS] [--period S] [--user DOMAIN\\NAME] [--password P] [--once]\n";
+
+long long ParseNumber(const std::string& option, const std::string& text, long long low, long long high)
+{
+  std::size_t used = 0;
+  long long value = 0;
+  try
+  {
+    value = std::stoll(text, &used);
+  }
+  catch (const std::exception&)
+  {
+    used = 0;
+  }
+  if (used != text.size() || text.empty() || value < low || value > high)
+    throw std::invalid_argument(option + " needs a number from " + std::to_string(low) + " to " +
+                                std::to_string(high) + ", not '" + text + "'");
+  return value;
+}
+
+SOptions ParseOptions(const std::vector<std::string>& arguments)
+{
+  SOptions options;
+  for (std::size_t i = 0; i < arguments.size(); ++i)
+  {
+    const std::string& option = arguments[i];
+    if (option == "--once")
+    {
+      options.once = true;
+      continue;
+    }
+    if (i + 1 >= arguments.size())
+      throw std::invalid_argument(option == "--logs" || option == "--channel" || option == "--provider" ||
+                                      option == "--event-id" || option == "--time-diff" || option == "--period" ||
+                                      option == "--user" || option == "--password"
+                                    ? option + " needs a value"
+                                    : "unknown option '" + option + "'");
+    const std::string& value = arguments[++i];
+    if (option == "--logs")
+      options.logs = value;
+    else if (option == "--channel")
+      options.channels.push_back(kelda::FromUtf8(value));
+    else if (option == "--provider")
+      options.provider = kelda::FromUtf8(value);
+    else if (option == "--event-id")
+      options.eventIds.push_back(static_cast<std::uint32_t>(ParseNumber(option, value, 0, UINT32_MAX)));
+    else if (option == "--time-diff")
+      options.timeDiff = ParseNumber(option, value, LLONG_MIN, LLONG_MAX);
+    else if (option == "--period")
+      options.period = static_cast<int>(ParseNumber(option, value, 1, INT_MAX));
+    else if (option == "--user")
+      options.user = kelda::FromUtf8(value);
+    else if (option == "--password")
+      options.password = kelda::FromUtf8(value);
+    else
+      throw std::invalid_argument("unknown option '" + option + "'");
+  }
+  if (options.logs.empty())
+    throw std::invalid_argument("--logs DIR is required");
+  if (options.channels.empty())
+    throw std::invalid_argument("at least one --channel NAME is required");
+  std::error_code error;
+  if (!std::filesystem::is_directory(options.logs, error))
+    throw std::invalid_argument("--logs " + options.logs + " is not a directory");
+  return options;
+}
+
+// The account this process runs as, so that the session needs no credentials.
+std::wstring ProcessAccount()
+{
+#ifndef _WIN32
+  if (const passwd* entry = getpwuid(geteuid()))
+    return L".\\" + kelda::FromUtf8(entry->pw_name);
+#endif
+  return L".\\user";
+}
+
+int RunEvents(const std::vector<std::string>& arguments)
+{
+  SOptions options;
+  try
+  {
+    options = ParseOptions(arguments);
+  }
+  catch (const std::invalid_argument& error)
+  {
+    std::fprintf(stderr, "natc events: %s\n%s", error.what(), usage);
+    return 2;
+  }
+
+  // Before the pool starts, so that its threads inherit the blocked signals.
+  const CStopSignals signals;
+
+  // The objects a task would give the collection: its host and user from the pools, a class
+  // named by the collection's type, the pool, a cancellation token and the logger.
+  CHostPool hosts;
+  CUserPool users;
+  CClassPool classes;
+  const auto host = hosts.Create(std::filesystem::absolute(options.logs).wstring());
+  const auto user = users.Create(options.user.value_or(ProcessAccount()), options.password);
+  GUID classId{};
+  UuidCreate(&classId);
+  const auto cls = classes.Create(classId, L"WindowsEvents");
+  pool threadPool(2);
+  const auto root = create_cancellation();
+  const auto log = std::make_shared<CLog>(nullptr, L"[NatC]");
+  const auto collection = std::make_shared<CEventCollection>(log, threadPool, root, host, user, cls);
+
+  std::vector<SFilter> filters;
+  for (const auto& channel : options.channels)
+    filters.push_back(SFilter{channel, options.provider, options.timeDiff, options.eventIds});
+  collection->SetFilter(filters);
+  collection->SetUpdatePeriod(options.period);
+  const auto printer = std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout);
+  // With --once, the records of an update that starts before the stop are not printed.
+  const auto gate = std::make_shared<CRecordGate>(printer);
+  const auto watcher = std::make_shared<CFirstUpdateWatcher>(options.once ? gate : nullptr);
+  // The printer first: a state's line is out before the watcher wakes this thread.
+  collection->Subscribe(gate);
+  collection->Subscribe(watcher);
+  collection->Run();
+
+  int status = 0;
+  if (options.once)
+  {
+    status = watcher->Wait() == ICollectionTypes::Running ? 0 : 1;
+  }
+  else
+  {
+    signals.WaitForStop(std::nullopt);
+  }
+  StopCollection(*collection);
+  gate->Flush();
+  std::fflush(stdout);
+  return status;
+}
+
+NatcCommand eventsCommand{"events", "print the records of a WindowsEvents collection over a directory of .evtx logs",
+                          &RunEvents};
+} // namespace

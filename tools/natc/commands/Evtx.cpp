@@ -1,0 +1,382 @@
+// natc evtx: dumps and describes .evtx files with our own reader.
+//   natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]
+//   natc evtx info FILE
+// xml prints each event's XML on one line (line breaks in values as character references);
+// jsonl prints one object per event with its System values and EventData texts.
+#include "CommandRegistry.h"
+
+#include "Platform/Windows.h"
+
+#include "Evtx/Event.h"
+#include "Evtx/File.h"
+#include "Evtx/ValueText.h"
+
+#if __has_include("Evtx/Query/Query.h")
+#  include "Evtx/Query/Query.h"
+#  include "Evtx/Query/TreeEventView.h"
+#  define NATC_HAVE_EVTX_QUERY 1
+#endif
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+// Buffered stdout: events are appended to one string and written in large blocks.
+class Output
+{
+public:
+  ~Output() { Flush(); }
+  std::string& Buffer() { return buffer_; }
+  void MaybeFlush()
+  {
+    if (buffer_.size() >= (1u << 20))
+      Flush();
+  }
+  void Flush()
+  {
+    if (!buffer_.empty())
+      std::fwrite(buffer_.data(), 1, buffer_.size(), stdout);
+    buffer_.clear();
+  }
+
+private:
+  std::string buffer_;
+};
+
+void AppendJsonString(std::string& out, std::string_view text)
+{
+  out += '"';
+  for (const char c : text)
+  {
+    switch (c)
+    {
+    case '"': out += "\\\""; break;
+    case '\\': out += "\\\\"; break;
+    case '\n': out += "\\n"; break;
+    case '\r': out += "\\r"; break;
+    case '\t': out += "\\t"; break;
+    default:
+      if (static_cast<unsigned char>(c) < 0x20)
+      {
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+        out += escaped;
+      }
+      else
+      {
+        out += c;
+      }
+    }
+  }
+  out += '"';
+}
+
+template <class T>
+void AppendJsonNumber(std::string& out, const std::optional<T>& value)
+{
+  if (value)
+    out += std::to_string(*value);
+  else
+    out += "null";
+}
+
+void AppendJsonValue(std::string& out, const evtx::Value& value)
+{
+  std::string text;
+  evtx::AppendValueText(text, value);
+  AppendJsonString(out, text);
+}
+
+void AppendJsonEvent(std::string& out, const evtx::EventTree& tree, const evtx::Record& record)
+{
+  evtx::SystemValues sys;
+  tree.System(sys);
+  out += "{\"record_id\":";
+  out += std::to_string(sys.recordId.value_or(record.id));
+  out += ",\"event_id\":";
+  AppendJsonNumber(out, sys.eventId);
+  out += ",\"qualifiers\":";
+  AppendJsonNumber(out, sys.qualifiers);
+  out += ",\"level\":";
+  AppendJsonNumber(out, sys.level);
+  out += ",\"provider\":";
+  AppendJsonValue(out, sys.providerName);
+  out += ",\"channel\":";
+  AppendJsonValue(out, sys.channel);
+  out += ",\"computer\":";
+  AppendJsonValue(out, sys.computer);
+  out += ",\"created\":";
+  if (sys.timeCreated)
+  {
+    std::string time;
+    evtx::AppendFileTime(time, *sys.timeCreated);
+    AppendJsonString(out, time);
+  }
+  else
+  {
+    out += "null";
+  }
+  out += ",\"user_sid\":";
+  AppendJsonValue(out, sys.userId);
+  out += ",\"data\":[";
+  const std::uint32_t eventData = tree.EventData();
+  bool first = true;
+  for (std::uint32_t c = tree.FirstChild(eventData); c != evtx::kNoNode; c = tree[c].nextSibling)
+  {
+    if (tree[c].kind != evtx::NodeKind::Element)
+      continue;
+    if (!first)
+      out += ',';
+    first = false;
+    AppendJsonString(out, tree.Text(c));
+  }
+  out += "]}\n";
+}
+
+#ifdef NATC_HAVE_EVTX_QUERY
+// The text of the event's System/Channel element, empty when it has none.
+void EventChannel(const evtx::query::EventView& view, std::wstring& channel)
+{
+  channel.clear();
+  const auto child = [&](evtx::query::EventView::Node parent, std::wstring_view name) {
+    for (auto node = parent ? view.FirstChild(parent) : nullptr; node; node = view.NextSibling(node))
+      if (view.NameIs(node, name))
+        return node;
+    return evtx::query::EventView::Node{};
+  };
+  if (const auto node = child(child(view.Root(), L"System"), L"Channel"))
+    view.Text(node, channel);
+}
+
+// The query's index of the event's channel, compared without case as Windows compares channel
+// paths; else that of "*", the channel of a bare XPath; else the number of channels.
+std::size_t ChannelIndex(const evtx::query::Query& query, std::wstring_view channel)
+{
+  const auto& channels = query.Channels();
+  const auto named = [&](std::wstring_view wanted) {
+    return std::find_if(channels.begin(), channels.end(), [&](const std::wstring& name) {
+      return CompareStringOrdinal(name.data(), static_cast<int>(name.size()), wanted.data(),
+                                  static_cast<int>(wanted.size()), TRUE) == CSTR_EQUAL;
+    });
+  };
+  auto found = named(channel);
+  if (found == channels.end())
+    found = named(L"*");
+  return static_cast<std::size_t>(found - channels.begin());
+}
+#endif
+
+struct DumpOptions
+{
+  bool jsonl = false;
+  std::string query;
+};
+
+int DumpFile(const std::string& path, const DumpOptions& options, Output& output)
+{
+  evtx::File file;
+  const evtx::Status status = file.Open(path);
+  if (status != evtx::Status::Ok)
+  {
+    std::fprintf(stderr, "natc evtx: %s: %s\n", path.c_str(), evtx::StatusText(status));
+    return 1;
+  }
+#ifdef NATC_HAVE_EVTX_QUERY
+  // A query list applies to the events of the channels it names; a bare XPath, whose channel is
+  // "*", to every event.
+  std::optional<evtx::query::Query> query;
+  if (!options.query.empty())
+    query.emplace(evtx::query::Query::Parse(evtx::Utf8ToWide(options.query), L"*"));
+  const evtx::query::EvalContext context{evtx::query::CurrentFileTime()};
+  std::wstring channel;
+#endif
+  evtx::EventTree tree;
+  evtx::RenderOptions render;
+  render.escapeLineBreaks = true;
+  int failures = 0;
+  for (std::uint32_t i = 0; i < file.ChunkCount(); ++i)
+  {
+    std::shared_ptr<evtx::Chunk> chunk;
+    const evtx::Status loaded = file.LoadChunk(i, chunk);
+    if (loaded == evtx::Status::Empty)
+      continue;
+    if (loaded != evtx::Status::Ok)
+    {
+      std::fprintf(stderr, "natc evtx: %s: chunk %u skipped: %s\n", path.c_str(), i,
+                   evtx::StatusText(loaded));
+      continue;
+    }
+    for (const evtx::Record& record : chunk->Records())
+    {
+      const bool needTree = options.jsonl || !options.query.empty();
+      if (needTree)
+      {
+        const evtx::Status decoded = chunk->Decode(record, tree);
+        if (decoded != evtx::Status::Ok)
+        {
+          std::fprintf(stderr, "natc evtx: %s: record %llu: %s\n", path.c_str(),
+                       static_cast<unsigned long long>(record.id), evtx::StatusText(decoded));
+          ++failures;
+          continue;
+        }
+#ifdef NATC_HAVE_EVTX_QUERY
+        if (query)
+        {
+          const evtx::query::TreeEventView view(tree);
+          EventChannel(view, channel);
+          const std::size_t index = ChannelIndex(*query, channel);
+          if (index >= query->Channels().size() || !query->Matches(index, view, context))
+            continue;
+        }
+#endif
+      }
+      std::string& out = output.Buffer();
+      if (options.jsonl)
+      {
+        AppendJsonEvent(out, tree, record);
+      }
+      else
+      {
+        const evtx::Status rendered = chunk->RenderXml(record, out, render);
+        if (rendered != evtx::Status::Ok)
+        {
+          std::fprintf(stderr, "natc evtx: %s: record %llu: %s\n", path.c_str(),
+                       static_cast<unsigned long long>(record.id), evtx::StatusText(rendered));
+          ++failures;
+          continue;
+        }
+        out += '\n';
+      }
+      output.MaybeFlush();
+    }
+  }
+  return failures == 0 ? 0 : 1;
+}
+
+int Dump(const std::vector<std::string>& args)
+{
+  DumpOptions options;
+  std::string target;
+  for (std::size_t i = 0; i < args.size(); ++i)
+  {
+    if (args[i] == "--format" && i + 1 < args.size())
+    {
+      const std::string& format = args[++i];
+      if (format != "xml" && format != "jsonl")
+        throw std::invalid_argument("--format must be xml or jsonl");
+      options.jsonl = format == "jsonl";
+    }
+    else if (args[i] == "--query" && i + 1 < args.size())
+    {
+      options.query = args[++i];
+    }
+    else if (target.empty() && args[i].rfind("--", 0) != 0)
+    {
+      target = args[i];
+    }
+    else
+    {
+      throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+    }
+  }
+  if (target.empty())
+    throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+#ifndef NATC_HAVE_EVTX_QUERY
+  if (!options.query.empty())
+  {
+    std::fprintf(stderr, "natc evtx: --query needs the evtx_query library, which this build lacks\n");
+    return 2;
+  }
+#endif
+  std::vector<std::string> files;
+  if (std::filesystem::is_directory(target))
+  {
+    for (const auto& entry : std::filesystem::directory_iterator(target))
+      if (entry.is_regular_file() && entry.path().extension() == ".evtx")
+        files.push_back(entry.path().string());
+    std::sort(files.begin(), files.end());
+  }
+  else
+  {
+    files.push_back(target);
+  }
+  Output output;
+  int result = 0;
+  for (const auto& file : files)
+    result |= DumpFile(file, options, output);
+  return result;
+}
+
+int Info(const std::vector<std::string>& args)
+{
+  if (args.size() != 1)
+    throw std::invalid_argument("usage: natc evtx info FILE");
+  evtx::File file;
+  const evtx::Status status = file.Open(args[0]);
+  if (status != evtx::Status::Ok)
+  {
+    std::fprintf(stderr, "natc evtx: %s: %s\n", args[0].c_str(), evtx::StatusText(status));
+    return 1;
+  }
+  const evtx::FileHeader& h = file.Header();
+  std::printf("file: %s\nsize: %llu\nversion: %u.%u\nheader checksum: %s\n"
+              "first chunk: %llu\nlast chunk: %llu\nnext record id: %llu\nchunks in header: %u\n"
+              "flags: 0x%x%s%s\nchunk slots: %u\n",
+              args[0].c_str(), static_cast<unsigned long long>(file.Size()), h.majorVersion,
+              h.minorVersion, h.checksumOk ? "ok" : "BAD",
+              static_cast<unsigned long long>(h.firstChunk), static_cast<unsigned long long>(h.lastChunk),
+              static_cast<unsigned long long>(h.nextRecordId), h.chunkCount, h.flags,
+              (h.flags & 1) ? " dirty" : "", (h.flags & 2) ? " full" : "", file.ChunkCount());
+  unsigned used = 0, empty = 0, damaged = 0;
+  unsigned long long records = 0;
+  for (std::uint32_t i = 0; i < file.ChunkCount(); ++i)
+  {
+    std::shared_ptr<evtx::Chunk> chunk;
+    const evtx::Status loaded = file.LoadChunk(i, chunk);
+    if (loaded == evtx::Status::Empty)
+    {
+      ++empty;
+      continue;
+    }
+    if (loaded != evtx::Status::Ok)
+    {
+      ++damaged;
+      std::printf("chunk %u: damaged: %s\n", i, evtx::StatusText(loaded));
+      continue;
+    }
+    ++used;
+    records += chunk->Records().size();
+    const evtx::ChunkHeader& c = chunk->Header();
+    std::printf("chunk %u: records %llu-%llu, %zu read%s%s%s\n", i,
+                static_cast<unsigned long long>(c.firstRecordId),
+                static_cast<unsigned long long>(c.lastRecordId), chunk->Records().size(),
+                chunk->HeaderChecksumOk() ? "" : ", header checksum BAD",
+                chunk->RecordsChecksumOk() ? "" : ", records checksum BAD",
+                chunk->RecordsTruncated() ? ", record walk stopped early" : "");
+  }
+  std::printf("chunks used: %u\nchunks empty: %u\nchunks damaged: %u\nrecords: %llu\n", used, empty,
+              damaged, records);
+  return 0;
+}
+
+int RunEvtx(const std::vector<std::string>& args)
+{
+  if (args.empty())
+    throw std::invalid_argument("usage: natc evtx dump|info ...");
+  const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (args[0] == "dump")
+    return Dump(rest);
+  if (args[0] == "info")
+    return Info(rest);
+  throw std::invalid_argument("unknown evtx command '" + args[0] + "' (dump, info)");
+}
+} // namespace
+
+static NatcCommand evtxCommand{"evtx", "read .evtx files: dump, info", &RunEvtx};

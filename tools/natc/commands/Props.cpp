@@ -1,0 +1,177 @@
+// natc props --class NAME (--property NAME)... [--condition TEXT] [--namespace NS] [--period S] [--once]
+// Runs a "MiProp" collection against this machine, built the way a task builds it (host and user
+// from their pools, a class named "MiProp", the MI application), and prints its records and
+// state changes as JSON lines. --once stops after the first update (exit 1 if it failed);
+// otherwise it runs until SIGINT or SIGTERM.
+#include "CommandRegistry.h"
+#include "common/CollectionLifetime.h"
+#include "common/StopSignals.h"
+#include "output/JsonLines.h"
+
+#include "ClassPool.h"
+#include "HostPool.h"
+#include "MiClient/MiApplication.h"
+#include "MiCollection.h"
+#include "UserPool.h"
+
+#include "KeldaKernel/Cancellation.h"
+#include "KeldaKernel/Pool.h"
+#include "KeldaKernel/Strings.h"
+
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace
+{
+using collector::ni::ICollectionTypes;
+
+const char kUsage[] = "usage: natc props --class NAME (--property NAME)... [--condition TEXT] [--namespace NS] "
+                      "[--period SECONDS] [--once]\n";
+
+struct SPropsOptions
+{
+  collector::ni::mi::Filter filter;
+  std::optional<int> period;
+  bool once = false;
+};
+
+int ParsePeriod(const std::string& text)
+{
+  int seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error != std::errc() || end != text.data() + text.size() || seconds < 1)
+  {
+    throw std::invalid_argument("--period needs a whole number of seconds, at least 1: '" + text + "'");
+  }
+  return seconds;
+}
+
+// Throws std::invalid_argument with a message naming the problem.
+SPropsOptions ParseProps(const std::vector<std::string>& arguments)
+{
+  SPropsOptions options;
+  options.filter.Namespace = L"root/cimv2";
+  bool haveClass = false;
+  for (std::size_t i = 0; i < arguments.size(); ++i)
+  {
+    const std::string& option = arguments[i];
+    if (option == "--once")
+    {
+      options.once = true;
+      continue;
+    }
+    if (option != "--class" && option != "--property" && option != "--condition" && option != "--namespace" &&
+        option != "--period")
+    {
+      throw std::invalid_argument("unknown argument '" + option + "'");
+    }
+    if (i + 1 >= arguments.size())
+    {
+      throw std::invalid_argument(option + " needs a value");
+    }
+    const std::string& value = arguments[++i];
+    if (value.empty() && option != "--condition")
+    {
+      throw std::invalid_argument(option + " must not be empty");
+    }
+    if (option == "--class")
+    {
+      if (haveClass)
+      {
+        throw std::invalid_argument("--class given twice");
+      }
+      haveClass = true;
+      options.filter.Class = kelda::FromUtf8(value);
+    }
+    else if (option == "--property")
+    {
+      options.filter.Properties.push_back(kelda::FromUtf8(value));
+    }
+    else if (option == "--condition")
+    {
+      options.filter.Condition = kelda::FromUtf8(value);
+    }
+    else if (option == "--namespace")
+    {
+      options.filter.Namespace = kelda::FromUtf8(value);
+    }
+    else
+    {
+      options.period = ParsePeriod(value);
+    }
+  }
+  if (!haveClass)
+  {
+    throw std::invalid_argument("--class is required");
+  }
+  return options;
+}
+
+int RunProps(const std::vector<std::string>& arguments)
+{
+  SPropsOptions options;
+  try
+  {
+    options = ParseProps(arguments);
+  }
+  catch (const std::invalid_argument& error)
+  {
+    std::fprintf(stderr, "natc props: %s\n%s", error.what(), kUsage);
+    return 2;
+  }
+
+  // Before the pool starts, so that its threads inherit the blocked signals.
+  const CStopSignals signals;
+
+  using namespace collector::ni::impl;
+  pool threadPool(2);
+  const auto root = create_cancellation();
+  const auto log = std::make_shared<CLog>(nullptr, L"[NatC]");
+  CHostPool hosts;
+  CUserPool users;
+  CClassPool classes;
+  const auto host = hosts.Create(L"localhost");
+  // An empty account: the session runs under this process's own identity.
+  const auto user = users.Create(L"", L"");
+  GUID id{};
+  UuidCreate(&id);
+  const auto cls = classes.Create(id, L"MiProp");
+
+  auto collection = std::make_shared<MiCollection>(log, threadPool, create_child_cancellation(root), host, user, cls);
+  collection->SetApplication(CMiApplication::CreateInstance());
+  collection->SetFilter(options.filter);
+  if (options.period)
+  {
+    collection->SetUpdatePeriod(*options.period);
+  }
+  const auto printer = std::make_shared<natc::JsonLinePrinter>(L"MiProp", stdout);
+  // With --once, the records of an update that starts before the stop are not printed.
+  const auto gate = std::make_shared<CRecordGate>(printer);
+  const auto firstUpdate = std::make_shared<CFirstUpdateWatcher>(options.once ? gate : nullptr);
+  collection->Subscribe(gate);
+  collection->Subscribe(firstUpdate);
+  collection->Run();
+
+  int status = 0;
+  if (options.once)
+  {
+    status = firstUpdate->Wait() == ICollectionTypes::Running ? 0 : 1;
+  }
+  else
+  {
+    signals.WaitForStop(std::nullopt);
+  }
+  StopCollection(*collection);
+  gate->Flush();
+  std::fflush(stdout);
+  classes.Remove(id);
+  return status;
+}
+
+NatcCommand propsCommand{"props", "run a \"MiProp\" WQL collection on this machine and print JSON lines", &RunProps};
+} // namespace

@@ -1,0 +1,418 @@
+// CCollectionBase life cycle on a real pool: every transition, log line and notification.
+// A scripted collection decides what each update does; the test waits on conditions only.
+#include "TestSupport.h"
+
+#include <future>
+#include <gtest/gtest.h>
+#include <thread>
+
+using namespace natc_test;
+using collector::ni::ICollectionTypes;
+using States = ICollectionTypes::States;
+
+namespace
+{
+class CollectionBaseTest : public ::testing::Test
+{
+protected:
+  void SetUp() override { Make(2); }
+
+  void Make(unsigned threads)
+  {
+    m_pool.emplace(threads);
+    m_parent = create_cancellation();
+    m_collection = std::make_shared<CScriptedCollection>(m_root, *m_pool, m_parent,
+                                                         std::make_shared<CFixedHost>(L"server01"),
+                                                         std::make_shared<CFixedUser>(L"alice"),
+                                                         std::make_shared<CFixedClass>(L"WindowsEvents"));
+    m_subscriber = std::make_shared<CRecordingSubscriber>();
+    m_collection->Subscribe(m_subscriber);
+  }
+
+  void TearDown() override
+  {
+    if (m_collection)
+    {
+      m_collection->ReleaseAll();
+      m_collection->Stop(true);
+      m_collection.reset();
+    }
+    m_pool.reset();
+  }
+
+  // Runs Stop(true) on another thread while the update is held, and lets the update go once
+  // Stop is waiting for it.
+  void StopSyncDuringHeldUpdate()
+  {
+    auto stopped = std::async(std::launch::async, [this] { m_collection->Stop(true); });
+    ASSERT_TRUE(Sink().WaitFor(L"Waiting for current task..."));
+    m_collection->Release();
+    ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+    stopped.get();
+  }
+
+  CCapturingSink& Sink() { return m_capture.Sink(); }
+
+  CLoggerCapture m_capture{ELogLevel::Debug};
+  std::shared_ptr<CLog> m_root = std::make_shared<CLog>(nullptr, L"[NatC]");
+  std::optional<pool> m_pool;
+  std::shared_ptr<ICancellation> m_parent;
+  std::shared_ptr<CScriptedCollection> m_collection;
+  std::shared_ptr<CRecordingSubscriber> m_subscriber;
+};
+
+// Occupies the only worker of a one-thread pool until released.
+class CPoolBlocker
+{
+public:
+  explicit CPoolBlocker(const pool& threadPool)
+  {
+    auto release = m_release.get_future().share();
+    auto entered = std::make_shared<std::promise<void>>();
+    auto enteredFuture = entered->get_future();
+    m_task = threadPool.dispatch_proc([release, entered] {
+      entered->set_value();
+      release.wait();
+    });
+    enteredFuture.wait();
+  }
+  ~CPoolBlocker() { Release(); }
+  CPoolBlocker(const CPoolBlocker&) = delete;
+  CPoolBlocker& operator=(const CPoolBlocker&) = delete;
+
+  void Release()
+  {
+    if (!m_released)
+    {
+      m_released = true;
+      m_release.set_value();
+    }
+  }
+
+private:
+  std::promise<void> m_release;
+  pool::tp_task m_task;
+  bool m_released = false;
+};
+} // namespace
+
+TEST_F(CollectionBaseTest, ConstructionGivesIdentityAndStoppedState)
+{
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(m_collection->GetName(), L"WindowsEvents");
+  EXPECT_NE(m_collection->GetId(), GUID_NULL);
+  EXPECT_EQ(m_collection->GetClass()->GetName(), L"WindowsEvents");
+  auto other = std::make_shared<CScriptedCollection>(m_root, *m_pool, m_parent, nullptr, nullptr, nullptr);
+  EXPECT_NE(other->GetId(), m_collection->GetId());
+  EXPECT_EQ(other->GetName(), L"");
+  EXPECT_EQ(other->GetClass(), nullptr);
+  EXPECT_DOUBLE_EQ(m_collection->Period().GetTotalDays(), 1.0 / 1440);
+  EXPECT_TRUE(m_subscriber->Changes().empty());
+}
+
+TEST_F(CollectionBaseTest, SetUpdatePeriodStoresSecondsAsDays)
+{
+  m_collection->SetUpdatePeriod(90);
+  EXPECT_DOUBLE_EQ(m_collection->Period().GetTotalDays(), 90.0 / 86400);
+  EXPECT_EQ(m_collection->Period().GetStatus(), COleDateTimeSpan::valid);
+}
+
+TEST_F(CollectionBaseTest, SetUserDuringAnUpdateIsSeenByTheNextOne)
+{
+  const auto alice = m_collection->CurrentUser();
+  ASSERT_NE(alice, nullptr);
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Block, Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  EXPECT_EQ(m_collection->SeenUser(), alice);
+  auto bob = std::make_shared<CFixedUser>(L"bob");
+  m_collection->SetUser(bob);
+  EXPECT_EQ(m_collection->CurrentUser(), bob);
+  m_collection->Release();
+  ASSERT_TRUE(m_collection->WaitCalls(2));
+  EXPECT_EQ(m_collection->SeenUser(), bob);
+}
+
+TEST_F(CollectionBaseTest, StopOnStoppedCollectionLogsAndChangesNothing)
+{
+  m_collection->Stop(false);
+  EXPECT_EQ(Sink().Count(L"[NatC][C:server01:WindowsEvents] Stop requested, sync: false. Current state: Stopped; "
+                         L"internal state: Stopped"),
+            1u);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_TRUE(m_subscriber->Changes().empty());
+  EXPECT_EQ(Sink().Count(L"New state"), 0u);
+  EXPECT_EQ(Sink().Count(L"Waiting for current task..."), 0u);
+}
+
+TEST_F(CollectionBaseTest, RunStartsAndFirstGoodUpdateNotifiesRunning)
+{
+  m_collection->Script({Step::Succeed});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+  for (const auto& change : m_subscriber->Changes())
+  {
+    EXPECT_EQ(change.collection, m_collection->GetId());
+    EXPECT_EQ(change.description, L"");
+  }
+  EXPECT_EQ(Sink().Count(L"Start requested. Current state: Stopped; internal state: Stopped"), 1u);
+  EXPECT_EQ(Sink().Count(L"New state: Starting (current internal state: Starting) "), 1u);
+  EXPECT_EQ(Sink().Count(L"New state: Running (current internal state: Running) "), 1u);
+  EXPECT_EQ(Sink().Count(L"Update started. Current state: Starting; internal state: Starting"), 1u);
+  ASSERT_TRUE(Sink().WaitFor(L"Update finished"));
+  EXPECT_EQ(m_collection->Internal(), 2);
+}
+
+TEST_F(CollectionBaseTest, SecondRunWhileStartingOrRunningChangesNothing)
+{
+  Make(1);
+  m_collection->Script({Step::Succeed});
+  {
+    CPoolBlocker blocker(*m_pool);
+    m_collection->Run();
+    EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Starting);
+    m_collection->Run();
+    EXPECT_EQ(Sink().Count(L"Start requested. Current state: Starting; internal state: Starting"), 1u);
+    EXPECT_EQ(m_collection->Internal(), 1);
+  }
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  m_collection->Run();
+  EXPECT_EQ(Sink().Count(L"Start requested. Current state: Running; internal state: Running"), 1u);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+  EXPECT_EQ(Sink().Count(L"New state: Starting"), 1u);
+}
+
+TEST_F(CollectionBaseTest, StopWhileStartingIsIgnoredUntilTheFirstUpdate)
+{
+  Make(1);
+  m_collection->Script({Step::Succeed});
+  {
+    CPoolBlocker blocker(*m_pool);
+    m_collection->Run();
+    m_collection->Stop(false);
+    EXPECT_EQ(Sink().Count(L"Stop requested, sync: false. Current state: Starting; internal state: Starting"), 1u);
+    EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Starting);
+    EXPECT_EQ(m_collection->Internal(), 1);
+  }
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+}
+
+TEST_F(CollectionBaseTest, StopSyncDuringUpdateWaitsAndEndsStopped)
+{
+  m_collection->Script({Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  StopSyncDuringHeldUpdate();
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(Sink().Count(L"Stop requested, sync: true. Current state: Starting; internal state: Running"), 1u);
+  EXPECT_EQ(Sink().Count(L"Waiting for current task..."), 1u);
+  EXPECT_EQ(Sink().Count(L"Task finished in "), 1u);
+  EXPECT_EQ(Sink().Count(L"] Interrupted"), 1u);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping,
+                                                         ICollectionTypes::Stopped}));
+  // The waiting time is printed with three significant digits.
+  for (const auto& line : Sink().Lines())
+  {
+    const auto at = line.text.find(L"Task finished in ");
+    if (at != std::wstring::npos)
+    {
+      const std::wstring number = line.text.substr(at + 17);
+      EXPECT_NO_THROW((void)std::stod(number)) << kelda::ToUtf8(line.text);
+      EXPECT_LE(number.size(), 9u) << kelda::ToUtf8(line.text);
+    }
+  }
+}
+
+TEST_F(CollectionBaseTest, StopBetweenUpdatesWithdrawsTheScheduledOne)
+{
+  m_collection->SetUpdatePeriod(3600);
+  m_collection->Script({Step::Succeed});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  m_collection->Stop(false);
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running,
+                                                         ICollectionTypes::Stopping, ICollectionTypes::Stopped}));
+  EXPECT_EQ(m_collection->Calls(), 1);
+  // A stopped collection starts again.
+  m_collection->Script({Step::Succeed});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running, 2));
+  EXPECT_EQ(m_collection->Calls(), 2);
+}
+
+TEST_F(CollectionBaseTest, FailingUpdateSetsErrorKeepsScheduleAndNextGoodOneNotifiesRunning)
+{
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Fail, Step::Succeed, Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(3));
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Error,
+                                                         ICollectionTypes::Running}));
+  EXPECT_EQ(m_subscriber->Changes()[1].description, L"Update broke");
+  const std::wstring failed = L"Failed to update collection '" + [&] {
+    wchar_t text[39] = {};
+    StringFromGUID2(m_collection->GetId(), text, 39);
+    return std::wstring(text);
+  }() + L"'";
+  EXPECT_EQ(Sink().Count(failed), 1u);
+  EXPECT_EQ(Sink().Count(L"New state: Error (current internal state: Running) Update broke"), 1u);
+  for (const auto& line : Sink().Lines())
+  {
+    if (line.text.find(L"Failed to update collection") != std::wstring::npos)
+    {
+      EXPECT_EQ(line.level, ELogLevel::Error);
+    }
+  }
+}
+
+TEST_F(CollectionBaseTest, TwoFailuresNotifyErrorTwice)
+{
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Fail, Step::Fail, Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(3));
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Error, 2));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Error,
+                                                         ICollectionTypes::Error}));
+  EXPECT_EQ(Sink().Count(L"New state: Error"), 2u);
+}
+
+TEST_F(CollectionBaseTest, TwoGoodUpdatesNotifyRunningOnce)
+{
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Succeed, Step::Succeed, Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(3));
+  ASSERT_TRUE(Sink().WaitFor(L"Update finished", 2));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+  EXPECT_EQ(Sink().Count(L"New state: Running"), 1u);
+}
+
+TEST_F(CollectionBaseTest, CancelledHResultStopsInsteadOfError)
+{
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::FailCancelled});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  ASSERT_TRUE(Sink().WaitFor(L"Update finished"));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopped}));
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(Sink().Count(L"Failed to update collection"), 1u);
+  // Nothing was rescheduled: a new Run is accepted and gives the second call.
+  m_collection->SetUpdatePeriod(3600);
+  m_collection->Script({Step::Succeed});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(m_collection->Calls(), 2);
+}
+
+TEST_F(CollectionBaseTest, InterruptionAtALogCallStops)
+{
+  m_collection->Script({Step::BlockThenLog});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  // The parent's cancellation reaches the run's child token; the log call inside the update is
+  // the interruption point.
+  m_parent->cancel();
+  m_collection->Release();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopped}));
+  ASSERT_TRUE(Sink().WaitFor(L"Update finished"));
+  EXPECT_EQ(Sink().Count(L"] Interrupted"), 1u);
+  EXPECT_EQ(Sink().Count(L"Failed to update collection"), 0u);
+  EXPECT_EQ(m_collection->Internal(), 0);
+}
+
+TEST_F(CollectionBaseTest, CancelledParentBeforeRunStopsAtTheFirstTokenTest)
+{
+  m_parent->cancel();
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(m_collection->Calls(), 0);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopped}));
+}
+
+TEST_F(CollectionBaseTest, OverlappingUpdateIsCancelled)
+{
+  m_collection->Script({Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  m_collection->UpdateNow();
+  EXPECT_EQ(Sink().Count(L"Update cancelled because previous update is in progress"), 1u);
+  EXPECT_EQ(m_collection->Calls(), 1);
+}
+
+TEST_F(CollectionBaseTest, RecordsReachEverySubscriberWithoutCopies)
+{
+  class CEmptyRecord : public collector::ni::IRecord
+  {
+  public:
+    collector::ni::IKey* GetKey() override { return nullptr; }
+    collector::ni::IField* FindField(std::wstring_view) override { return nullptr; }
+    collector::ni::IField* FindField(const tstring&) override { return nullptr; }
+    collector::ni::IField* GetField(std::wstring_view) override { return nullptr; }
+  };
+  auto second = std::make_shared<CRecordingSubscriber>();
+  m_collection->Subscribe(second);
+  const std::vector<std::shared_ptr<collector::ni::IRecord>> batch{std::make_shared<CEmptyRecord>(),
+                                                                   std::make_shared<CEmptyRecord>()};
+  m_collection->Publish(batch);
+  for (const auto& subscriber : {m_subscriber, second})
+  {
+    EXPECT_EQ(subscriber->RecordCalls(), 1);
+    EXPECT_EQ(subscriber->RecordCollection(), m_collection->GetId());
+    EXPECT_EQ(subscriber->Records(), batch);
+  }
+  // One record alone, as the event collection hands them over.
+  m_collection->Publish({&batch[0], 1});
+  EXPECT_EQ(second->Records(), (std::vector<std::shared_ptr<collector::ni::IRecord>>{batch[0]}));
+}
+
+TEST_F(CollectionBaseTest, FailingSubscriberDoesNotStopOthers)
+{
+  class CThrowingSubscriber : public CRecordingSubscriber
+  {
+  public:
+    void OnStateChanged(const GUID&, const ICollectionTypes::IState&) override { throw std::runtime_error("no"); }
+  };
+  auto later = std::make_shared<CRecordingSubscriber>();
+  m_collection->Subscribe(std::make_shared<CThrowingSubscriber>());
+  m_collection->Subscribe(later);
+  m_collection->Script({Step::Succeed});
+  m_collection->Run();
+  ASSERT_TRUE(later->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(later->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+}
+
+TEST_F(CollectionBaseTest, StopFromInsideItsOwnUpdateDoesNotWaitForItself)
+{
+  class CSelfStopping : public CScriptedCollection
+  {
+  public:
+    using CScriptedCollection::CScriptedCollection;
+
+  protected:
+    void updateImpl() override { Stop(true); }
+  };
+  auto collection = std::make_shared<CSelfStopping>(m_root, *m_pool, m_parent, nullptr, nullptr, nullptr);
+  auto subscriber = std::make_shared<CRecordingSubscriber>();
+  collection->Subscribe(subscriber);
+  collection->Run();
+  // The update runs with the internal state Running, so its own Stop takes effect; the update
+  // then meets its token test instead of waiting for itself.
+  ASSERT_TRUE(subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping,
+                                                       ICollectionTypes::Stopped}));
+  EXPECT_EQ(Sink().Count(L"Waiting for current task..."), 0u);
+  collection->Stop(true);
+  EXPECT_EQ(collection->GetState(), ICollectionTypes::Stopped);
+}

@@ -1,0 +1,106 @@
+#include "Collector/Interfaces/Impl/PoolBase.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using namespace collector::ni::impl;
+
+namespace
+{
+struct SItem
+{
+  GUID id;
+  GUID GetId() const { return id; }
+};
+
+GUID Numbered(std::uint32_t number)
+{
+  return GUID{number, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
+}
+
+TEST(PoolBaseThreadingTest, ConcurrentAddsGetsAndErasesKeepTheMapConsistent)
+{
+  CPoolBase<SItem> pool;
+  constexpr int threads = 4;
+  constexpr std::uint32_t perThread = 500;
+  std::latch start(threads);
+  std::vector<std::thread> workers;
+  workers.reserve(threads);
+  std::atomic<int> misses{0};
+  for (int t = 0; t < threads; ++t)
+  {
+    workers.emplace_back([&, t] {
+      start.arrive_and_wait();
+      for (std::uint32_t i = 0; i < perThread; ++i)
+      {
+        const GUID id = Numbered(static_cast<std::uint32_t>(t) * perThread + i + 1);
+        pool.Add(std::make_shared<SItem>(SItem{id}));
+        if (pool.Get(id) == nullptr)
+          ++misses;
+        // Every other item is removed again by its own thread.
+        if (i % 2 == 1)
+          pool.Erase(id);
+        (void)pool.Snapshot();
+      }
+    });
+  }
+  for (auto& worker : workers)
+    worker.join();
+  EXPECT_EQ(misses.load(), 0);
+  EXPECT_EQ(pool.Size(), threads * perThread / 2);
+}
+
+TEST(PoolBaseThreadingTest, WalkHoldsOffWritersUntilItEnds)
+{
+  CPoolBase<SItem> pool;
+  pool.Add(std::make_shared<SItem>(SItem{Numbered(1)}));
+  std::latch walking(1);
+  std::latch release(1);
+  std::atomic<bool> added{false};
+  std::thread walker([&] {
+    pool.ForEach([&](const std::shared_ptr<SItem>&) {
+      walking.count_down();
+      release.wait();
+      // The writer cannot have finished while the walk holds the lock.
+      EXPECT_FALSE(added.load());
+    });
+  });
+  walking.wait();
+  std::thread writer([&] {
+    pool.Add(std::make_shared<SItem>(SItem{Numbered(2)}));
+    added = true;
+  });
+  release.count_down();
+  walker.join();
+  writer.join();
+  EXPECT_TRUE(added.load());
+  EXPECT_EQ(pool.Size(), 2u);
+}
+
+TEST(CriticalSectionThreadingTest, ExcludesOtherThreads)
+{
+  CCriticalSection section;
+  std::unique_lock guard(section);
+  bool acquiredElsewhere = true;
+  std::thread other([&] {
+    acquiredElsewhere = section.try_lock();
+    if (acquiredElsewhere)
+      section.unlock();
+  });
+  other.join();
+  EXPECT_FALSE(acquiredElsewhere);
+  guard.unlock();
+  std::thread after([&] {
+    acquiredElsewhere = section.try_lock();
+    if (acquiredElsewhere)
+      section.unlock();
+  });
+  after.join();
+  EXPECT_TRUE(acquiredElsewhere);
+}
+} // namespace

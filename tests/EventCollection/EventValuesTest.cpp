@@ -1,0 +1,125 @@
+// Level mapping, internal identifier and the "SystemTime" parse of an event record.
+#include "EventValues.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+using namespace collector::ni::impl;
+
+SYSTEMTIME AsSystemTime(const COleDateTimeEx& time)
+{
+  SYSTEMTIME st{};
+  EXPECT_TRUE(time.GetAsSystemTime(st));
+  return st;
+}
+
+TEST(EventTypeFromLevel, CriticalAndErrorGiveOne)
+{
+  EXPECT_EQ(EventTypeFromLevel(1), 1);
+  EXPECT_EQ(EventTypeFromLevel(2), 1);
+}
+
+TEST(EventTypeFromLevel, WarningGivesTwo)
+{
+  EXPECT_EQ(EventTypeFromLevel(3), 2);
+}
+
+TEST(EventTypeFromLevel, InformationLogAlwaysAndOthersGiveThree)
+{
+  EXPECT_EQ(EventTypeFromLevel(0), 3);
+  EXPECT_EQ(EventTypeFromLevel(4), 3);
+  EXPECT_EQ(EventTypeFromLevel(5), 3);
+  EXPECT_EQ(EventTypeFromLevel(255), 3);
+  EXPECT_EQ(EventTypeFromLevel(-1), 3);
+}
+
+TEST(MakeInternalId, PutsQualifiersAboveTheEventId)
+{
+  EXPECT_EQ(MakeInternalId(16384, 7036), 1073748860);
+  EXPECT_EQ(MakeInternalId(0, 4624), 4624);
+  EXPECT_EQ(MakeInternalId(32768, 6009), (32768LL << 16) | 6009);
+}
+
+TEST(ParseEventTime, RoundsSevenDigitFractionToMilliseconds)
+{
+  const COleDateTimeEx time = ParseEventTime(L"2024-05-01T10:20:30.1234567Z");
+  ASSERT_EQ(time.GetStatus(), COleDateTimeEx::valid);
+  const SYSTEMTIME st = AsSystemTime(time);
+  EXPECT_EQ(st.wYear, 2024);
+  EXPECT_EQ(st.wMonth, 5);
+  EXPECT_EQ(st.wDay, 1);
+  EXPECT_EQ(st.wHour, 10);
+  EXPECT_EQ(st.wMinute, 20);
+  EXPECT_EQ(st.wSecond, 30);
+  EXPECT_EQ(st.wMilliseconds, 123);
+}
+
+TEST(ParseEventTime, RoundsHalfAMillisecondUp)
+{
+  // .0625 is exact in binary: 62.5 ms rounds away from zero.
+  EXPECT_EQ(AsSystemTime(ParseEventTime(L"2016-07-08T18:12:51.0625Z")).wMilliseconds, 63);
+  EXPECT_EQ(AsSystemTime(ParseEventTime(L"2016-07-08T18:12:51.6814999Z")).wMilliseconds, 681);
+  // The fraction is taken in double arithmetic: 51.6815 - 51 is just below 0.6815.
+  EXPECT_EQ(AsSystemTime(ParseEventTime(L"2016-07-08T18:12:51.6815Z")).wMilliseconds, 681);
+}
+
+TEST(ParseEventTime, AFractionThatRoundsToAThousandMillisecondsIsTheNextSecond)
+{
+  const SYSTEMTIME st = AsSystemTime(ParseEventTime(L"2018-12-31T23:59:59.9996Z"));
+  EXPECT_EQ(st.wYear, 2019);
+  EXPECT_EQ(st.wMonth, 1);
+  EXPECT_EQ(st.wDay, 1);
+  EXPECT_EQ(st.wHour, 0);
+  EXPECT_EQ(st.wMinute, 0);
+  EXPECT_EQ(st.wSecond, 0);
+  EXPECT_EQ(st.wMilliseconds, 0);
+  EXPECT_EQ(ParseEventTime(L"2018-02-30T23:59:59.9996Z").GetStatus(), COleDateTimeEx::invalid);
+}
+
+TEST(ParseEventTime, FiveFieldsAreInvalid)
+{
+  EXPECT_EQ(ParseEventTime(L"2024-05-01T10:20Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ScanEventTime(L"2024-05-01T10:20Z").Items, 5);
+}
+
+TEST(ParseEventTime, EmptyAndGarbageAreInvalid)
+{
+  EXPECT_EQ(ParseEventTime(L"").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"yesterday").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ScanEventTime(L"2024/05/01").Items, 1);
+}
+
+TEST(ParseEventTime, WholeSecondsAndMissingZoneLetterAreRead)
+{
+  // The 'Z' follows the last conversion: without it the six items are still there.
+  const COleDateTimeEx time = ParseEventTime(L"2024-05-01T10:20:30");
+  ASSERT_EQ(time.GetStatus(), COleDateTimeEx::valid);
+  EXPECT_EQ(AsSystemTime(time).wSecond, 30);
+  EXPECT_EQ(AsSystemTime(time).wMilliseconds, 0);
+}
+
+TEST(ParseEventTime, ScansLikeTheRuntime)
+{
+  // Conversions skip white space and take a sign; literals must match exactly.
+  const SScannedEventTime scanned = ScanEventTime(L" 2024- 5-+1T10:20:3.5e1Z");
+  EXPECT_EQ(scanned.Items, 6);
+  EXPECT_EQ(scanned.Year, 2024);
+  EXPECT_EQ(scanned.Month, 5);
+  EXPECT_EQ(scanned.Day, 1);
+  EXPECT_DOUBLE_EQ(scanned.Seconds, 35.0);
+  EXPECT_EQ(ScanEventTime(L"2024 -05").Items, 1);
+  // A short keeps the low 16 bits of what it reads.
+  EXPECT_EQ(ScanEventTime(L"65537-1").Year, 1);
+}
+
+TEST(ParseEventTime, FieldsOutOfRangeAreInvalid)
+{
+  EXPECT_EQ(ParseEventTime(L"2024-13-01T10:20:30Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"2024-02-30T10:20:30Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"2024-05-01T24:00:00Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"2024-05-01T10:20:-1Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"-2024-05-01T10:20:30Z").GetStatus(), COleDateTimeEx::invalid);
+  EXPECT_EQ(ParseEventTime(L"2024-05-01T10:20:1e999Z").GetStatus(), COleDateTimeEx::invalid);
+}
+} // namespace

@@ -1,0 +1,175 @@
+// A scripted Event Log API for the collection tests: a query returns the events the test
+// scripted (their XML), in the order given, in batches of what EvtNext asks; every call is
+// counted. Handles are addresses inside a block reserved for them, never real objects, and
+// each stands for its offset in that block. One script per process: tests reset it in SetUp.
+#pragma once
+
+#include "EventLogApi.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace events_test
+{
+struct SScriptedApi
+{
+  std::vector<std::wstring> events;      // the XML of each event, in delivery order
+  std::set<std::size_t> renderFailures;  // events whose rendering fails
+  bool openFails = false;
+  DWORD openError = 0;
+  bool queryFails = false;
+  DWORD queryError = 0;
+  // EvtNext fails with this code once `nextFailsAfter` events were handed out (0: never).
+  std::size_t nextFailsAfter = 0;
+  DWORD nextError = 0;
+
+  // Observations.
+  std::size_t cursor = 0;
+  int sessionsOpened = 0;
+  std::vector<std::wstring> queries;
+  std::vector<DWORD> nextBatchSizes;  // what each EvtNext asked for
+  std::vector<DWORD> nextReturned;    // what each successful EvtNext gave
+  std::vector<DWORD> nextTimeouts;
+  std::vector<DWORD> queryFlags;
+  int nextCalls = 0;
+  std::multiset<std::uintptr_t> closed;
+  std::wstring lastUser;
+  bool lastHadCredentials = false;
+};
+
+inline SScriptedApi g_api;
+
+constexpr std::uintptr_t scriptedSession = 0x10;
+constexpr std::uintptr_t scriptedQuery = 0x20;
+constexpr std::uintptr_t scriptedFirstEvent = 0x1000;
+
+// Room for the session, the query and this many events.
+constexpr std::size_t scriptedEventLimit = 0x10000;
+inline std::array<char, scriptedFirstEvent + scriptedEventLimit> g_handleSpace{};
+
+inline EVT_HANDLE AsHandle(std::uintptr_t value)
+{
+  return &g_handleSpace.at(value);
+}
+
+inline std::uintptr_t HandleValue(EVT_HANDLE handle)
+{
+  if (handle == nullptr)
+  {
+    return 0;
+  }
+  return static_cast<std::uintptr_t>(static_cast<const char*>(handle) - g_handleSpace.data());
+}
+
+inline EVT_HANDLE ScriptedOpenSession(EVT_LOGIN_CLASS, PVOID login, DWORD, DWORD) noexcept
+{
+  const auto* rpc = static_cast<const EVT_RPC_LOGIN*>(login);
+  g_api.lastHadCredentials = rpc->User != nullptr;
+  g_api.lastUser = rpc->User != nullptr ? rpc->User : L"";
+  if (g_api.openFails)
+  {
+    SetLastError(g_api.openError);
+    return nullptr;
+  }
+  ++g_api.sessionsOpened;
+  return AsHandle(scriptedSession);
+}
+
+inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR, LPCWSTR query, DWORD flags) noexcept
+{
+  g_api.queries.emplace_back(query);
+  g_api.queryFlags.push_back(flags);
+  if (g_api.queryFails)
+  {
+    SetLastError(g_api.queryError);
+    return nullptr;
+  }
+  g_api.cursor = 0;
+  return AsHandle(scriptedQuery);
+}
+
+inline BOOL ScriptedNext(EVT_HANDLE, DWORD size, PEVT_HANDLE events, DWORD timeout, DWORD, PDWORD returned) noexcept
+{
+  ++g_api.nextCalls;
+  g_api.nextBatchSizes.push_back(size);
+  g_api.nextTimeouts.push_back(timeout);
+  if (g_api.nextFailsAfter != 0 && g_api.cursor >= g_api.nextFailsAfter)
+  {
+    SetLastError(g_api.nextError);
+    return FALSE;
+  }
+  if (g_api.cursor >= g_api.events.size())
+  {
+    *returned = 0;
+    SetLastError(ERROR_NO_MORE_ITEMS);
+    return FALSE;
+  }
+  DWORD count = 0;
+  while (count < size && g_api.cursor < g_api.events.size())
+    events[count++] = AsHandle(scriptedFirstEvent + g_api.cursor++);
+  *returned = count;
+  g_api.nextReturned.push_back(count);
+  return TRUE;
+}
+
+inline BOOL ScriptedRender(EVT_HANDLE, EVT_HANDLE event, DWORD flags, DWORD size, PVOID buffer, PDWORD used,
+                           PDWORD count) noexcept
+{
+  const std::size_t index = HandleValue(event) - scriptedFirstEvent;
+  if (flags != EvtRenderEventXml || index >= g_api.events.size() || g_api.renderFailures.count(index) != 0)
+  {
+    SetLastError(ERROR_EVT_INVALID_EVENT_DATA);
+    return FALSE;
+  }
+  const std::wstring& xml = g_api.events[index];
+  *used = static_cast<DWORD>((xml.size() + 1) * sizeof(wchar_t));
+  *count = 0;
+  if (buffer == nullptr || size < *used)
+  {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return FALSE;
+  }
+  auto* out = static_cast<wchar_t*>(buffer);
+  std::copy(xml.begin(), xml.end(), out);
+  out[xml.size()] = L'\0';
+  return TRUE;
+}
+
+inline EVT_HANDLE ScriptedOpenPublisher(EVT_HANDLE, LPCWSTR, LPCWSTR, LCID, DWORD) noexcept
+{
+  SetLastError(ERROR_FILE_NOT_FOUND);
+  return nullptr;
+}
+
+inline BOOL ScriptedClose(EVT_HANDLE handle) noexcept
+{
+  g_api.closed.insert(HandleValue(handle));
+  return TRUE;
+}
+
+inline collector::ni::impl::SEventLogApi ScriptedTable()
+{
+  collector::ni::impl::SEventLogApi api;
+  api.OpenSession = &ScriptedOpenSession;
+  api.Query = &ScriptedQuery;
+  api.Next = &ScriptedNext;
+  api.Render = &ScriptedRender;
+  api.OpenPublisherMetadata = &ScriptedOpenPublisher;
+  api.Close = &ScriptedClose;
+  return api;
+}
+
+// A minimal event of a channel with a record number.
+inline std::wstring EventXml(const std::wstring& channel, long long recordId, int eventId = 1)
+{
+  return L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider Name='P'/>"
+         L"<EventID>" + std::to_wstring(eventId) + L"</EventID><Level>4</Level>"
+         L"<TimeCreated SystemTime='2024-05-01T10:20:30.1234567Z'/><EventRecordID>" + std::to_wstring(recordId) +
+         L"</EventRecordID><Channel>" + channel + L"</Channel></System><EventData><Data>" +
+         std::to_wstring(recordId) + L"</Data></EventData></Event>";
+}
+} // namespace events_test

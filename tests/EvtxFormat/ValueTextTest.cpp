@@ -1,0 +1,152 @@
+// Text forms of every value type, escaping, and value conversions (pure functions).
+#include "Evtx/ValueText.h"
+#include "Evtx/Writer.h"
+
+#include <gtest/gtest.h>
+
+namespace
+{
+using evtx::ValueType;
+using evtx::WriterValue;
+
+std::string Text(const WriterValue& v, evtx::TextEscape escape = evtx::TextEscape::None)
+{
+  std::string out;
+  evtx::AppendValueText(out, evtx::Value{v.type, v.bytes.data(), static_cast<std::uint32_t>(v.bytes.size())}, escape);
+  return out;
+}
+
+evtx::Value View(const WriterValue& v)
+{
+  return evtx::Value{v.type, v.bytes.data(), static_cast<std::uint32_t>(v.bytes.size())};
+}
+
+TEST(ValueText, Integers)
+{
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::Int8, -5)), "-5");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 200)), "200");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::Int16, -300)), "-300");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt16, 65535)), "65535");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::Int32, -1)), "-1");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 4294967295)), "4294967295");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::Int64, INT64_MIN)), "-9223372036854775808");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 588)), "588");
+}
+
+TEST(ValueText, HexIntegersAreLowerCaseWithoutPadding)
+{
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0x3e7)), "0x3e7");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0)), "0x0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, static_cast<std::int64_t>(0x8020000000000000ull))),
+            "0x8020000000000000");
+}
+
+TEST(ValueText, FloatsBooleansBinary)
+{
+  EXPECT_EQ(Text(WriterValue::Real32(1.5f)), "1.5");
+  EXPECT_EQ(Text(WriterValue::Real64(0.1)), "0.1");
+  EXPECT_EQ(Text(WriterValue::Real64(-2.0)), "-2");
+  EXPECT_EQ(Text(WriterValue::Bool(true)), "true");
+  EXPECT_EQ(Text(WriterValue::Bool(false)), "false");
+  // Irregular booleans: any nonzero value is true.
+  EXPECT_EQ(Text(WriterValue{static_cast<std::uint8_t>(ValueType::Bool), {2, 0, 0, 0}}), "true");
+  EXPECT_EQ(Text(WriterValue::Binary({0x0a, 0x1b, 0xff})), "0A1BFF");
+}
+
+TEST(ValueText, GuidSidTimes)
+{
+  const std::uint8_t g[16] = {0x25, 0x96, 0x84, 0x54, 0x78, 0x54, 0x94, 0x49,
+                              0xa5, 0xba, 0x3e, 0x3b, 0x03, 0x28, 0xc3, 0x0d};
+  EXPECT_EQ(Text(WriterValue::Guid(g)), "{54849625-5478-4994-A5BA-3E3B0328C30D}");
+  EXPECT_EQ(Text(WriterValue::Sid("S-1-5-21-1223297778-3299746493-1462173606-500")),
+            "S-1-5-21-1223297778-3299746493-1462173606-500");
+  EXPECT_EQ(Text(WriterValue::Sid("S-1-5-18")), "S-1-5-18");
+  EXPECT_EQ(Text(WriterValue::FileTime(131124751716816408ull)), "2016-07-08T18:12:51.6816408Z");
+  EXPECT_EQ(Text(WriterValue::SystemTime(2024, 5, 1, 10, 20, 30, 123)), "2024-05-01T10:20:30.1230000Z");
+}
+
+TEST(ValueText, StringsDropTrailingNuls)
+{
+  WriterValue v = WriterValue::Text("abc");
+  v.bytes.push_back(0);
+  v.bytes.push_back(0);
+  EXPECT_EQ(Text(v), "abc");
+  EXPECT_EQ(Text(WriterValue::Text("h\xc3\xa9 \xf0\x9f\x98\x80")), "h\xc3\xa9 \xf0\x9f\x98\x80");
+  EXPECT_EQ(Text(WriterValue::Ansi(std::string("ab\0", 3))), "ab");
+}
+
+TEST(ValueText, Arrays)
+{
+  EXPECT_EQ(Text(WriterValue::TextArray({"a", "", "b c"})), "a, , b c");
+  EXPECT_EQ(Text(WriterValue::IntArray(ValueType::UInt16, {1, 2, 3})), "1, 2, 3");
+  EXPECT_EQ(Text(WriterValue::IntArray(ValueType::HexInt32, {10, 255})), "0xa, 0xff");
+}
+
+TEST(ValueText, UnknownTypeIsHex)
+{
+  EXPECT_EQ(Text(WriterValue{0x30, {0xde, 0xad}}), "DEAD");
+  EXPECT_EQ(Text(WriterValue::Null()), "");
+}
+
+TEST(ValueText, XmlEscaping)
+{
+  const WriterValue v = WriterValue::Text("<a & 'b'>\"\r\n");
+  EXPECT_EQ(Text(v, evtx::TextEscape::Xml), "&lt;a &amp; &apos;b&apos;&gt;&quot;\r\n");
+  EXPECT_EQ(Text(v, evtx::TextEscape::XmlOneLine), "&lt;a &amp; &apos;b&apos;&gt;&quot;&#13;&#10;");
+  EXPECT_EQ(Text(v), "<a & 'b'>\"\r\n");
+}
+
+TEST(ValueText, Conversions)
+{
+  std::uint64_t n = 0;
+  EXPECT_TRUE(evtx::ValueToUInt64(View(WriterValue::Text("0x10")), n));
+  EXPECT_EQ(n, 16u);
+  EXPECT_TRUE(evtx::ValueToUInt64(View(WriterValue::Text("4624")), n));
+  EXPECT_EQ(n, 4624u);
+  EXPECT_FALSE(evtx::ValueToUInt64(View(WriterValue::Text("12x")), n));
+  EXPECT_TRUE(evtx::ValueToUInt64(View(WriterValue::Int(ValueType::UInt16, 7036)), n));
+  EXPECT_EQ(n, 7036u);
+  EXPECT_FALSE(evtx::ValueToUInt64(View(WriterValue::Guid({})), n));
+
+  std::uint64_t ft = 0;
+  EXPECT_TRUE(evtx::ValueToFileTime(View(WriterValue::Text("2016-07-08T18:12:51.6816408Z")), ft));
+  EXPECT_EQ(ft, 131124751716816408ull);
+  EXPECT_TRUE(evtx::ValueToFileTime(View(WriterValue::Text("2021-11-19T16:52:33.833733500Z")), ft));
+  std::string back;
+  evtx::AppendFileTime(back, ft);
+  EXPECT_EQ(back, "2021-11-19T16:52:33.8337335Z");
+  EXPECT_FALSE(evtx::ValueToFileTime(View(WriterValue::Text("2021-11-19")), ft));
+  EXPECT_TRUE(evtx::ValueToFileTime(View(WriterValue::SystemTime(2024, 5, 1, 10, 20, 30, 123)), ft));
+  back.clear();
+  evtx::AppendFileTime(back, ft);
+  EXPECT_EQ(back, "2024-05-01T10:20:30.1230000Z");
+
+  EXPECT_TRUE(evtx::ValueEquals(View(WriterValue::Text("Security")), "Security"));
+  EXPECT_FALSE(evtx::ValueEquals(View(WriterValue::Text("Security")), "Securit"));
+  EXPECT_TRUE(evtx::ValueEquals(View(WriterValue::Text("h\xc3\xa9")), "h\xc3\xa9"));
+  EXPECT_EQ(evtx::Utf8ToWide("h\xc3\xa9\xf0\x9f\x98\x80").size(), sizeof(wchar_t) == 4 ? 3u : 4u);
+}
+// The in-place widening takes 16 ASCII bytes at a time: non-ASCII text at every position of such
+// a block, and at the very end, must come out the same as a character-by-character conversion.
+TEST(ValueText, WideningMatchesAtEveryBlockPosition)
+{
+  const std::string special[] = {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"};
+  const std::wstring wide[] = {L"\u00e9", L"\u20ac", sizeof(wchar_t) == 4 ? std::wstring(1, wchar_t(0x1f600)) : L"\xd83d\xde00"};
+  for (std::size_t kind = 0; kind < 3; ++kind)
+    for (std::size_t at = 0; at < 40; ++at)
+    {
+      std::string text(at, 'a');
+      std::wstring expected(at, L'a');
+      text += special[kind] + std::string(37 - at % 37, '<');
+      expected += wide[kind] + std::wstring(37 - at % 37, L'<');
+      EXPECT_EQ(evtx::Utf8ToWide(text), expected) << "kind " << kind << " at " << at;
+      std::wstring appended = L"prefix";
+      evtx::AppendUtf8AsWide(appended, text);
+      EXPECT_EQ(appended, L"prefix" + expected);
+    }
+  // A truncated sequence at the end becomes U+FFFD and nothing is read past the text.
+  EXPECT_EQ(evtx::Utf8ToWide(std::string(20, 'x') + "\xe2\x82"), std::wstring(20, L'x') + L"\ufffd\ufffd");
+  EXPECT_EQ(evtx::Utf8ToWide(""), L"");
+}
+} // namespace

@@ -1,0 +1,82 @@
+// natc props as a user runs it: JSON lines of one "MiProp" pass over this machine with --once,
+// and exit status 2 with a usage line for bad arguments.
+#include "TestSupport/CommandOutput.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace
+{
+using Result = CommandOutput;
+
+Result RunProps(const std::string& arguments, bool withStderr = false)
+{
+  return RunCommand(std::string(NATC_BINARY) + " props " + arguments, withStderr);
+}
+
+TEST(NatcProps, OnceOverTheOperatingSystemPrintsOneRecordAndTheStates)
+{
+  const Result result = RunProps("--class Win32_OperatingSystem --property Caption --property Version --once");
+  EXPECT_EQ(result.status, 0);
+  std::vector<std::string> states;
+  int records = 0;
+  for (const auto& line : result.lines)
+  {
+    const auto json = nlohmann::json::parse(line);
+    EXPECT_EQ(json.at("class"), "MiProp");
+    if (json.contains("state"))
+    {
+      states.push_back(json.at("state").get<std::string>());
+      continue;
+    }
+    ++records;
+    EXPECT_FALSE(json.contains("key"));
+    EXPECT_FALSE(json.at("fields").at("Caption").get<std::string>().empty());
+  }
+  EXPECT_EQ(records, 1);
+  EXPECT_EQ(states, (std::vector<std::string>{"Starting", "Running", "Stopping", "Stopped"}));
+}
+
+TEST(NatcProps, FailedFirstUpdateExitsWithOne)
+{
+  const Result result = RunProps("--class No_Such_Class --property Name --once");
+  EXPECT_EQ(result.status, 1);
+  bool sawError = false;
+  for (const auto& line : result.lines)
+  {
+    const auto json = nlohmann::json::parse(line);
+    if (json.value("state", "") == "Error")
+    {
+      sawError = true;
+      EXPECT_NE(json.at("description").get<std::string>().find("The specified class does not exist"),
+                std::string::npos);
+    }
+  }
+  EXPECT_TRUE(sawError);
+}
+
+TEST(NatcProps, BadArgumentsExitWithTwoAndSayWhy)
+{
+  const std::pair<const char*, const char*> cases[] = {
+    {"--property Name", "--class is required"},
+    {"--class", "--class needs a value"},
+    {"--class A --class B", "--class given twice"},
+    {"--class A --period x", "--period needs a whole number of seconds"},
+    {"--class A --period 0", "--period needs a whole number of seconds"},
+    {"--class A --property ''", "--property must not be empty"},
+    {"--class A --bogus", "unknown argument '--bogus'"},
+  };
+  for (const auto& [arguments, message] : cases)
+  {
+    SCOPED_TRACE(arguments);
+    const Result result = RunProps(arguments, true);
+    EXPECT_EQ(result.status, 2);
+    ASSERT_FALSE(result.lines.empty());
+    EXPECT_NE(result.lines.front().find(message), std::string::npos) << result.lines.front();
+    EXPECT_NE(result.lines.back().find("usage: natc props"), std::string::npos);
+  }
+}
+} // namespace

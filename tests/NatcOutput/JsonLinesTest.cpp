@@ -1,0 +1,86 @@
+#include "output/JsonLines.h"
+
+#include "Collector.Interfaces.Impl.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace
+{
+using collector::ni::FieldValue;
+using collector::ni::ICollectionTypes;
+using collector::ni::impl::CField;
+using collector::ni::impl::CKey;
+using collector::ni::impl::CRecordOnVector;
+using collector::ni::impl::CRecordOnVectorNoKey;
+
+const GUID kCollection{0x01234567, 0x89AB, 0xCDEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef}};
+
+std::shared_ptr<tstring> Name(const wchar_t* text) { return std::make_shared<tstring>(text); }
+
+class FixedState : public ICollectionTypes::IState
+{
+public:
+  FixedState(ICollectionTypes::States state, tstring description) : m_state(state), m_description(std::move(description)) {}
+  ICollectionTypes::States GetState() const override { return m_state; }
+  tstring GetDescription() const override { return m_description; }
+
+private:
+  ICollectionTypes::States m_state;
+  tstring m_description;
+};
+} // namespace
+
+TEST(JsonLines, EventRecordPrintsKeyAndFieldsInRecordOrder)
+{
+  auto internalId = std::make_shared<CField>(Name(L"InternalId"), FieldValue(static_cast<__int64>(1073748860)));
+  CKey key(nullptr, {internalId});
+  CRecordOnVector record(std::move(key), 1, 8);
+  record.AddField(Name(L"SourceName"), FieldValue(tstring(L"Service Control Manager")));
+  SYSTEMTIME time{2016, 7, 5, 8, 18, 12, 51, 682};
+  record.AddField(Name(L"CreatedTime"), FieldValue(COleDateTimeEx(time)));
+  record.AddField(Name(L"InitiatedBy"), FieldValue(tstring(L"NT AUTHORITY\\SYSTEM")));
+  record.AddField(Name(L"Data"), FieldValue(std::vector<tstring>{L"a", L"b"}));
+  record.AddField(Name(L"EventCode"), FieldValue(static_cast<__int64>(7036)));
+
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"WindowsEvents", record),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"WindowsEvents","type":1,)"
+            R"("key":{"InternalId":1073748860},"fields":{"SourceName":"Service Control Manager",)"
+            R"("CreatedTime":"2016-07-08T18:12:51.682Z","InitiatedBy":"NT AUTHORITY\\SYSTEM","Data":["a","b"],)"
+            R"("EventCode":7036}})");
+}
+
+TEST(JsonLines, KeylessRecordHasNoKeyAndInvalidDateIsNull)
+{
+  CRecordOnVectorNoKey record(0, 3);
+  COleDateTimeEx invalid;
+  invalid.SetStatus(COleDateTimeEx::invalid);
+  record.AddField(Name(L"t"), FieldValue(invalid));
+  record.AddField(Name(L"v"), FieldValue(0.5));
+  record.AddField(Name(L"g"), FieldValue(kCollection));
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"MiProp", record),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"MiProp","type":0,)"
+            R"("fields":{"t":null,"v":0.5,"g":"{01234567-89AB-CDEF-0123-456789ABCDEF}"}})");
+}
+
+TEST(JsonLines, NestedRecordPrintsAsObjectAndOtherObjectsAsNull)
+{
+  auto inner = std::make_shared<CRecordOnVectorNoKey>(0, 1);
+  inner->AddField(Name(L"x"), FieldValue(static_cast<__int64>(-3)));
+  CRecordOnVectorNoKey record(0, 2);
+  record.AddField(Name(L"inner"), FieldValue(std::shared_ptr<collector::ni::IObject>(inner)));
+  record.AddField(Name(L"none"), FieldValue(std::shared_ptr<collector::ni::IObject>()));
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"C", record),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"C","type":0,)"
+            R"("fields":{"inner":{"x":-3},"none":null}})");
+}
+
+TEST(JsonLines, StateLineNamesTheState)
+{
+  FixedState state(ICollectionTypes::Error, L"The parameter is incorrect.");
+  EXPECT_EQ(natc::FormatStateLine(kCollection, L"WindowsEvents", state),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"WindowsEvents",)"
+            R"("state":"Error","description":"The parameter is incorrect."})");
+  EXPECT_EQ(natc::StateName(static_cast<ICollectionTypes::States>(9)), L"Unknown");
+}

@@ -1,0 +1,276 @@
+// The natc binary: `natc run` with a malformed configuration exits 2 before anything starts and
+// names the file and the line; with --duration it stops by itself; SIGTERM and SIGINT stop it
+// cleanly (exit 0, every collection Stopped), also one that comes while natc is still reading
+// its configuration.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+extern char** environ;
+
+namespace
+{
+struct SProcess
+{
+  pid_t pid = -1;
+  int out = -1;
+  int err = -1;
+};
+
+// Starts natc with `arguments`, its stdout and stderr on pipes; XDG_CACHE_HOME points into
+// `cache` so that demo logs never land in the user's home.
+SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cache)
+{
+  int out[2];
+  int err[2];
+  if (pipe(out) != 0 || pipe(err) != 0)
+  {
+    throw std::runtime_error("pipe failed");
+  }
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+  posix_spawn_file_actions_addclose(&actions, out[0]);
+  posix_spawn_file_actions_addclose(&actions, err[0]);
+  std::vector<std::string> all{NATC_BINARY, "run"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  argv.reserve(all.size() + 1);
+  for (auto& argument : all)
+  {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  std::vector<std::string> environment{"XDG_CACHE_HOME=" + cache, "NATC_LOG_LEVEL=error"};
+  for (char** variable = environ; *variable != nullptr; ++variable)
+  {
+    const std::string entry = *variable;
+    if (entry.rfind("XDG_CACHE_HOME=", 0) != 0 && entry.rfind("NATC_LOG_LEVEL=", 0) != 0)
+    {
+      environment.push_back(entry);
+    }
+  }
+  std::vector<char*> envp;
+  envp.reserve(environment.size() + 1);
+  for (auto& entry : environment)
+  {
+    envp.push_back(entry.data());
+  }
+  envp.push_back(nullptr);
+  SProcess process;
+  const int status = posix_spawn(&process.pid, NATC_BINARY, &actions, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
+  close(out[1]);
+  close(err[1]);
+  if (status != 0)
+  {
+    throw std::runtime_error("posix_spawn failed");
+  }
+  process.out = out[0];
+  process.err = err[0];
+  return process;
+}
+
+std::string ReadAll(int fd)
+{
+  std::string text;
+  char buffer[4096];
+  for (ssize_t read; (read = ::read(fd, buffer, sizeof buffer)) > 0;)
+  {
+    text.append(buffer, static_cast<std::size_t>(read));
+  }
+  close(fd);
+  return text;
+}
+
+// Reads stdout until a collection of each of `classes` has reported "Running"; returns what was
+// read. Gives up (returning what it has) when natc ends its output or is silent for a minute.
+std::string ReadUntilRunning(int fd, std::set<std::string> classes)
+{
+  std::string text;
+  std::size_t lineStart = 0;
+  char buffer[4096];
+  while (!classes.empty())
+  {
+    pollfd ready{fd, POLLIN, 0};
+    if (poll(&ready, 1, 60000) != 1)
+    {
+      break;
+    }
+    const ssize_t read = ::read(fd, buffer, sizeof buffer);
+    if (read <= 0)
+    {
+      break;
+    }
+    text.append(buffer, static_cast<std::size_t>(read));
+    for (std::size_t end; (end = text.find('\n', lineStart)) != std::string::npos; lineStart = end + 1)
+    {
+      const auto json = nlohmann::json::parse(text.substr(lineStart, end - lineStart));
+      if (json.value("state", "") == "Running")
+      {
+        classes.erase(json.at("class").get<std::string>());
+      }
+    }
+  }
+  return text;
+}
+
+int WaitExit(pid_t pid)
+{
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Every collection's last state line says Stopped (`someStates`: and there is at least one).
+void ExpectAllStopped(const std::string& output, bool someStates = true)
+{
+  std::map<std::string, std::string> last;
+  std::istringstream stream(output);
+  for (std::string line; std::getline(stream, line);)
+  {
+    const auto json = nlohmann::json::parse(line);
+    if (json.contains("state"))
+    {
+      last[json.at("collection")] = json.at("state");
+    }
+  }
+  EXPECT_EQ(last.empty(), !someStates);
+  for (const auto& [collection, state] : last)
+  {
+    EXPECT_EQ(state, "Stopped") << collection;
+  }
+}
+
+class NatcRunProcessTest : public ::testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    std::string pattern = (std::filesystem::temp_directory_path() / "natc-run-process-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    m_directory = pattern;
+  }
+  void TearDown() override
+  {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_directory, ignored);
+  }
+  std::string Cache() const { return (m_directory / "cache").string(); }
+
+  std::filesystem::path m_directory;
+};
+
+TEST_F(NatcRunProcessTest, MalformedConfigurationExitsTwoNamingFileAndLine)
+{
+  const auto config = m_directory / "bad.json";
+  std::ofstream(config) << "{\n  \"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n  \"tasks\": [\n"
+                           "    {\"host\": \"h\", \"collections\": [{\"type\": \"MIPROP\"}]}\n  ]\n}\n";
+  const SProcess process = Spawn({config.string()}, Cache());
+  const std::string out = ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 2);
+  EXPECT_TRUE(out.empty()) << out;
+  EXPECT_NE(err.find(config.string() + ":4: "), std::string::npos) << err;
+  EXPECT_NE(err.find("unknown collection type \"MIPROP\""), std::string::npos) << err;
+}
+
+TEST_F(NatcRunProcessTest, MissingConfigurationFileExitsTwo)
+{
+  const SProcess process = Spawn({(m_directory / "absent.json").string()}, Cache());
+  ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 2);
+  EXPECT_NE(err.find("absent.json: cannot be read"), std::string::npos) << err;
+}
+
+TEST_F(NatcRunProcessTest, DefaultRunWithDurationStopsByItselfAndWritesDemoLogs)
+{
+  const SProcess process = Spawn({"--duration", "1"}, Cache());
+  const std::string out = ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 0) << err;
+  EXPECT_NE(err.find("generated by natc"), std::string::npos) << err;
+  EXPECT_NE(err.find("duration reached"), std::string::npos) << err;
+  EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(Cache()) / "natc" / "demo-logs" / "System.evtx"));
+  EXPECT_NE(out.find("\"class\":\"WindowsEvents\""), std::string::npos);
+  EXPECT_NE(out.find("\"class\":\"MiProp\""), std::string::npos);
+  EXPECT_NE(out.find("\"class\":\"MiPerf\""), std::string::npos);
+  ExpectAllStopped(out);
+}
+
+TEST_F(NatcRunProcessTest, SigtermAndSigintStopCleanly)
+{
+  for (const int signal : {SIGTERM, SIGINT})
+  {
+    const SProcess process = Spawn({}, Cache());
+    // Every collection of the default configuration has finished its first update: the signal
+    // finds them all Running.
+    std::string out = ReadUntilRunning(process.out, {"WindowsEvents", "MiProp", "MiPerf"});
+    kill(process.pid, signal);
+    out += ReadAll(process.out);
+    const std::string err = ReadAll(process.err);
+    EXPECT_EQ(WaitExit(process.pid), 0) << err;
+    EXPECT_NE(err.find(signal == SIGTERM ? "terminated" : "interrupted"), std::string::npos) << err;
+    ExpectAllStopped(out);
+  }
+}
+
+// The configuration comes through a pipe, so the signal is sent while natc is still reading
+// it: natc keeps it, starts nothing and exits 0 once the configuration is in.
+TEST_F(NatcRunProcessTest, SignalWhileReadingTheConfigurationStopsBeforeAnythingStarts)
+{
+  const auto config = m_directory / "config.fifo";
+  ASSERT_EQ(mkfifo(config.c_str(), 0600), 0);
+  const SProcess process = Spawn({config.string()}, Cache());
+  // Opening for writing returns once natc has opened the pipe for reading.
+  const int writer = open(config.c_str(), O_WRONLY);
+  ASSERT_GE(writer, 0);
+  kill(process.pid, SIGTERM);
+  // A natc that died of the signal has closed the pipe: the write fails instead of killing us.
+  struct CIgnorePipeSignal
+  {
+    void (*previous)(int) = std::signal(SIGPIPE, SIG_IGN);
+    CIgnorePipeSignal() = default;
+    ~CIgnorePipeSignal() { std::signal(SIGPIPE, previous); }
+    CIgnorePipeSignal(const CIgnorePipeSignal&) = delete;
+    CIgnorePipeSignal& operator=(const CIgnorePipeSignal&) = delete;
+  } const ignorePipeSignal;
+  const std::string text = "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+                           " \"tasks\": [{\"host\": \"h\", \"collections\": [{\"type\": \"MiProp\", \"filter\":\n"
+                           "   {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+  EXPECT_EQ(write(writer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  close(writer);
+  const std::string out = ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 0) << err;
+  EXPECT_NE(err.find("terminated; 1 collections stopped, 0 records"), std::string::npos) << err;
+  ExpectAllStopped(out, false);
+}
+
+TEST_F(NatcRunProcessTest, LogsOptionNeedsADirectory)
+{
+  const SProcess process = Spawn({"--logs", (m_directory / "nowhere").string(), "--duration", "0"}, Cache());
+  ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 2);
+  EXPECT_NE(err.find("not a directory"), std::string::npos) << err;
+}
+} // namespace

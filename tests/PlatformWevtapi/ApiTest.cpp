@@ -1,0 +1,298 @@
+#include "TestSupport.h"
+#include "WriterSupport.h"
+
+#include "Evtx/File.h"
+#include "Evtx/Query/Query.h"
+#include "WinEvt/ResultSet.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+namespace
+{
+using namespace wevtapi_test;
+
+std::vector<std::uint64_t> Range(std::uint64_t first, std::uint64_t last)
+{
+  std::vector<std::uint64_t> ids(last - first + 1);
+  std::iota(ids.begin(), ids.end(), first);
+  return ids;
+}
+
+class Api : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    WriteEvents(host.File("Application.evtx"), 250);
+    WriteEvents(host.File("Microsoft-Windows-Sysmon%4Operational.evtx"), 5);
+    session = OpenSession(host.WidePath());
+    ASSERT_TRUE(session);
+  }
+
+  Handle Query(const wchar_t* path, const wchar_t* text, DWORD flags = EvtQueryChannelPath | EvtQueryForwardDirection)
+  {
+    return Handle(EvtQuery(session.get(), path, text, flags));
+  }
+
+  TempHost host;
+  Handle session;
+};
+
+TEST(Session, UnknownHostIsUnavailable)
+{
+  SetLastError(0);
+  EXPECT_FALSE(OpenSession(L"no-such-host.invalid"));
+  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+  EXPECT_FALSE(OpenSession(L"/no/such/natc/dir"));
+  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+}
+
+TEST(Session, CredentialsAreAcceptedAndLocalNamesWork)
+{
+  wchar_t server[] = L"localhost", user[] = L"admin", domain[] = L"CORP", password[] = L"secret";
+  EVT_RPC_LOGIN login{server, user, domain, password, EvtRpcLoginAuthNegotiate};
+  Handle session(EvtOpenSession(EvtRpcLogin, &login, 0, 0));
+  EXPECT_TRUE(session);
+}
+
+TEST(Session, BadArgumentsAreInvalidParameters)
+{
+  EXPECT_EQ(EvtOpenSession(EvtRpcLogin, nullptr, 0, 0), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_EQ(EvtOpenSession(static_cast<EVT_LOGIN_CLASS>(7), nullptr, 0, 0), nullptr);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(Api, BatchesThenNoMoreItems)
+{
+  Handle query = Query(L"Application", L"*");
+  ASSERT_TRUE(query);
+  EVT_HANDLE events[100];
+  DWORD returned = 0;
+  std::vector<DWORD> batches;
+  while (EvtNext(query.get(), 100, events, INFINITE, 0, &returned))
+  {
+    batches.push_back(returned);
+    for (DWORD i = 0; i < returned; ++i)
+      EXPECT_TRUE(EvtClose(events[i]));
+  }
+  EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
+  EXPECT_EQ(returned, 0u);
+  EXPECT_EQ(batches, (std::vector<DWORD>{100, 100, 50}));
+  // Asking again after the end still reports the end.
+  EXPECT_FALSE(EvtNext(query.get(), 100, events, INFINITE, 0, &returned));
+  EXPECT_EQ(GetLastError(), ERROR_NO_MORE_ITEMS);
+}
+
+TEST_F(Api, ForwardAndReverseOrder)
+{
+  Handle forward = Query(L"Application", L"*");
+  EXPECT_EQ(ReadAll(forward.get()), Range(1, 250));
+  Handle reverse = Query(L"Application", L"*", EvtQueryChannelPath | EvtQueryReverseDirection);
+  auto expected = Range(1, 250);
+  std::reverse(expected.begin(), expected.end());
+  EXPECT_EQ(ReadAll(reverse.get()), expected);
+}
+
+TEST_F(Api, RenderReportsTheSizeInBytesFirst)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0;
+  ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
+  Handle owned(event);
+  DWORD used = 0, count = 7;
+  SetLastError(0);
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  ASSERT_GT(used, 0u);
+  EXPECT_EQ(used % sizeof(wchar_t), 0u);
+  std::vector<wchar_t> buffer(used / sizeof(wchar_t), L'?');
+  // One character short is still too small.
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderEventXml, used - sizeof(wchar_t), buffer.data(), &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  ASSERT_TRUE(EvtRender(nullptr, event, EvtRenderEventXml, used, buffer.data(), &used, &count));
+  EXPECT_EQ(count, 0u);
+  const std::wstring xml(buffer.data());
+  EXPECT_EQ((xml.size() + 1) * sizeof(wchar_t), used);
+  EXPECT_EQ(xml.rfind(L"<Event ", 0), 0u);
+  EXPECT_NE(xml.find(L"<EventRecordID>1</EventRecordID>"), std::wstring::npos);
+  EXPECT_NE(xml.find(L"<Provider Name='Natc-Test'/>"), std::wstring::npos) << xml;
+}
+
+TEST_F(Api, RenderOtherThanXmlIsNotSupported)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0, used = 0, count = 0;
+  ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
+  Handle owned(event);
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderBookmark, 0, nullptr, &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+  EXPECT_FALSE(EvtRender(nullptr, query.get(), EvtRenderEventXml, 0, nullptr, &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(Api, EventsOutliveTheirQuery)
+{
+  EVT_HANDLE event = nullptr;
+  {
+    Handle query = Query(L"Application", L"*[System[EventRecordID=7]]");
+    DWORD returned = 0;
+    ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
+  }
+  Handle owned(event);
+  EXPECT_EQ(RecordIdOf(RenderXml(event)), 7u);
+}
+
+TEST_F(Api, XPathFiltersOnSystemValues)
+{
+  Handle even = Query(L"Application", L"*[System[(EventID=2) and (EventRecordID&gt;200)]]");
+  ASSERT_FALSE(even); // entities belong in query lists, not in a bare XPath
+  EXPECT_EQ(GetLastError(), ERROR_EVT_INVALID_QUERY);
+  Handle filtered = Query(L"Application", L"*[System[(EventID=2) and (EventRecordID>200)]]");
+  ASSERT_TRUE(filtered);
+  std::vector<std::uint64_t> expected;
+  for (std::uint64_t id = 202; id <= 250; id += 2)
+    expected.push_back(id);
+  EXPECT_EQ(ReadAll(filtered.get()), expected);
+}
+
+TEST_F(Api, XPathFiltersOnEventData)
+{
+  Handle query = Query(L"Application", L"*[EventData[Data[@Name='Index']='17']]");
+  EXPECT_EQ(ReadAll(query.get()), (std::vector<std::uint64_t>{17}));
+}
+
+TEST_F(Api, QueryListAsTheCollectionSendsIt)
+{
+  Handle query = Query(nullptr,
+                       L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[(Provider[@Name='Natc-Test']) "
+                       L"and (EventID=1) and (EventRecordID&gt;245)]]</Select></Query><Query Id=\"1\"><Select "
+                       L"Path=\"Microsoft-Windows-Sysmon/Operational\">*[System[(TimeCreated[timediff(@SystemTime)&lt;="
+                       L"86400000])]]</Select></Query></QueryList>",
+                       EvtQueryChannelPath | EvtQueryForwardDirection | EvtQueryTolerateQueryErrors);
+  ASSERT_TRUE(query);
+  EXPECT_EQ(ReadAll(query.get()), (std::vector<std::uint64_t>{247, 249, 1, 2, 3, 4, 5}));
+}
+
+TEST_F(Api, MissingChannelIsToleratedOnlyWhenAsked)
+{
+  const wchar_t* list = L"<QueryList><Query Id=\"0\"><Select Path=\"NoSuchLog\">*</Select></Query><Query Id=\"1\">"
+                        L"<Select Path=\"Microsoft-Windows-Sysmon/Operational\">*</Select></Query></QueryList>";
+  SetLastError(0);
+  EXPECT_FALSE(Query(nullptr, list, EvtQueryChannelPath | EvtQueryForwardDirection));
+  EXPECT_EQ(GetLastError(), ERROR_EVT_CHANNEL_NOT_FOUND);
+  Handle tolerant = Query(nullptr, list, 0x1101);
+  ASSERT_TRUE(tolerant);
+  EXPECT_EQ(ReadAll(tolerant.get()), Range(1, 5));
+}
+
+TEST_F(Api, MalformedQueryIsInvalid)
+{
+  for (const wchar_t* text : {L"*[System[EventID=]]", L"<QueryList><Query>", L"<QueryList/>", L"Event["})
+  {
+    SetLastError(0);
+    EXPECT_FALSE(Query(L"Application", text, 0x1101)) << text;
+    EXPECT_EQ(GetLastError(), ERROR_EVT_INVALID_QUERY) << text;
+  }
+}
+
+TEST_F(Api, BareXPathNeedsAPath)
+{
+  EXPECT_FALSE(Query(nullptr, L"*"));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+TEST_F(Api, FilePathQueries)
+{
+  const std::wstring file = host.WidePath() + L"/Application.evtx";
+  Handle query(EvtQuery(nullptr, file.c_str(), L"*[System[EventRecordID<=3]]", EvtQueryFilePath));
+  ASSERT_TRUE(query);
+  EXPECT_EQ(ReadAll(query.get()), Range(1, 3));
+  EXPECT_FALSE(EvtQuery(nullptr, L"/no/such/file.evtx", L"*", EvtQueryFilePath));
+  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(Api, ConflictingFlagsAreInvalid)
+{
+  for (DWORD flags : {DWORD{EvtQueryChannelPath | EvtQueryFilePath},
+                      DWORD{EvtQueryForwardDirection | EvtQueryReverseDirection}, DWORD{0x4000}})
+  {
+    EXPECT_FALSE(Query(L"Application", L"*", flags)) << flags;
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  }
+}
+
+TEST_F(Api, NextValidatesItsArguments)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE events[1];
+  DWORD returned = 0;
+  EXPECT_FALSE(EvtNext(query.get(), 0, events, INFINITE, 0, &returned));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_FALSE(EvtNext(session.get(), 1, events, INFINITE, 0, &returned));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST(Close, StaleOrNullHandlesAreInvalid)
+{
+  EXPECT_FALSE(EvtClose(nullptr));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  Handle session = OpenSession(L"localhost");
+  ASSERT_TRUE(session);
+  EVT_HANDLE raw = session.release();
+  EXPECT_TRUE(EvtClose(raw));
+  EXPECT_FALSE(EvtClose(raw));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+// With a time-out, EvtNext stops after a chunk that held no match and reports ERROR_TIMEOUT;
+// the next call goes on where it stopped.
+TEST_F(Api, TimeOutStopsAfterAChunkAndResumes)
+{
+  const std::string path = host.File("Big.evtx");
+  WriteEvents(path, 1000, true, 1, [](int i, evtx::WriterEvent& e) { e.eventId = i == 1000 ? 99 : 1; });
+  evtx::File file;
+  ASSERT_EQ(file.Open(path), evtx::Status::Ok);
+  ASSERT_GT(file.ChunkCount(), 1u);
+  Handle query = Query(L"Big", L"*[System[EventID=99]]");
+  ASSERT_TRUE(query);
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 5;
+  EXPECT_FALSE(EvtNext(query.get(), 1, &event, 0, 0, &returned));
+  EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
+  EXPECT_EQ(returned, 0u);
+  DWORD lastError = 0;
+  EXPECT_EQ(ReadAll(query.get(), 10, INFINITE, lastError), (std::vector<std::uint64_t>{1000}));
+  EXPECT_EQ(lastError, ERROR_NO_MORE_ITEMS);
+}
+
+// A record-number bound loads only the chunks that can hold newer records.
+TEST_F(Api, RecordIdBoundSkipsOlderChunksWithoutLoadingThem)
+{
+  const std::string path = host.File("Big.evtx");
+  WriteEvents(path, 2000);
+  evtx::File file;
+  ASSERT_EQ(file.Open(path), evtx::Status::Ok);
+  const std::uint32_t chunks = file.ChunkCount();
+  ASSERT_GT(chunks, 3u);
+  auto query = evtx::query::Query::ParseXPath(L"*[System[EventRecordID>1995]]", L"Big");
+  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string());
+  std::vector<std::uint64_t> ids;
+  std::shared_ptr<natc::winevt::EventObject> event;
+  for (;;)
+  {
+    const auto step = cursor.Next(query, evtx::query::EvalContext{}, event);
+    if (step == natc::winevt::ChannelCursor::Step::End)
+      break;
+    if (step == natc::winevt::ChannelCursor::Step::Event)
+      ids.push_back(event->RecordId());
+  }
+  EXPECT_EQ(ids, Range(1996, 2000));
+  EXPECT_EQ(cursor.ChunksLoaded(), 1u);
+}
+} // namespace

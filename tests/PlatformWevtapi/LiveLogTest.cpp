@@ -1,0 +1,98 @@
+// A log that is still being written: what one query reads, the next query sees only what is new.
+#include "TestSupport.h"
+#include "WriterSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <numeric>
+
+namespace
+{
+using namespace wevtapi_test;
+
+std::vector<char> ReadBytes(const std::string& path)
+{
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void WriteBytes(const std::string& path, const std::vector<char>& bytes)
+{
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+// The query the collection sends after its first read: only records above its bookmark.
+std::wstring After(std::uint64_t bookmark)
+{
+  return L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[(EventRecordID&gt;" +
+         std::to_wstring(bookmark) + L")]]</Select></Query></QueryList>";
+}
+
+class LiveLog : public testing::Test
+{
+protected:
+  void SetUp() override { session = OpenSession(host.WidePath()); }
+
+  std::vector<std::uint64_t> Read(std::uint64_t bookmark)
+  {
+    Handle query(EvtQuery(session.get(), nullptr, After(bookmark).c_str(), 0x1101));
+    EXPECT_TRUE(query);
+    return query ? ReadAll(query.get()) : std::vector<std::uint64_t>{};
+  }
+
+  TempHost host;
+  Handle session;
+  std::string path = host.File("Application.evtx");
+};
+
+TEST_F(LiveLog, AppendsBetweenQueriesAreSeenExactlyOnce)
+{
+  WriteEvents(path, 10);
+  std::uint64_t bookmark = 0;
+  std::vector<std::uint64_t> seen;
+  for (int round = 0; round < 5; ++round)
+  {
+    const auto ids = Read(bookmark);
+    seen.insert(seen.end(), ids.begin(), ids.end());
+    if (!ids.empty())
+      bookmark = ids.back();
+    // Enough events to cross into new chunks on later rounds.
+    WriteEvents(path, 150, false, static_cast<int>(10 + round * 150 + 1));
+  }
+  const auto last = Read(bookmark);
+  seen.insert(seen.end(), last.begin(), last.end());
+  std::vector<std::uint64_t> expected(10 + 5 * 150);
+  std::iota(expected.begin(), expected.end(), 1);
+  EXPECT_EQ(seen, expected);
+}
+
+TEST_F(LiveLog, NothingNewGivesNoMoreItemsAtOnce)
+{
+  WriteEvents(path, 3);
+  EXPECT_EQ(Read(0).size(), 3u);
+  EXPECT_TRUE(Read(3).empty());
+}
+
+// The moment between writing a record and committing its chunk header: the record's bytes are
+// in the file but the header does not cover them yet. The query must not deliver it.
+TEST_F(LiveLog, HalfWrittenRecordIsNotDelivered)
+{
+  WriteEvents(path, 5);
+  const std::vector<char> before = ReadBytes(path);
+  WriteEvents(path, 1, false, 6);
+  const std::vector<char> after = ReadBytes(path);
+  ASSERT_GE(after.size(), 4096u + 512u);
+  // New record bytes with the old file and chunk headers.
+  std::vector<char> torn = after;
+  std::copy(before.begin(), before.begin() + 4096 + 512, torn.begin());
+  WriteBytes(path, torn);
+  EXPECT_EQ(Read(0), (std::vector<std::uint64_t>{1, 2, 3, 4, 5}));
+  // Once committed, the record is delivered, once.
+  WriteBytes(path, after);
+  EXPECT_EQ(Read(5), (std::vector<std::uint64_t>{6}));
+}
+
+} // namespace

@@ -162,9 +162,8 @@ std::shared_ptr<ICollection> CTask::CreateCollection(std::wstring_view type)
     m_classPool->Remove(id);
     return {};
   }
-  // The task's map is keyed by the collection's own identifier (the one GetId reports); the
-  // class keeps the identifier it was registered under, which RemoveCollection reads back.
-  const GUID collectionId = made.collection->GetId();
+  // The collection is filed under the identifier its class was registered under; GetCollection
+  // and RemoveCollection also accept the collection's own identifier (GetId).
   {
     const std::lock_guard lock(m_companionLock);
     for (auto& companion : made.companions)
@@ -172,16 +171,28 @@ std::shared_ptr<ICollection> CTask::CreateCollection(std::wstring_view type)
       if (companion)
       {
         const GUID companionId = companion->GetId();
-        m_companions.insert_or_assign(companionId, SCompanion{collectionId, std::move(companion)});
+        m_companions.insert_or_assign(companionId, SCompanion{id, std::move(companion)});
       }
     }
   }
-  return Add(std::move(made.collection));
+  return AddUnder(id, std::move(made.collection));
+}
+
+std::pair<GUID, std::shared_ptr<ICollection>> CTask::findCollection(const GUID& id) const
+{
+  if (auto collection = CPoolBase<ICollection>::Get(id))
+  {
+    return {id, std::move(collection)};
+  }
+  return FindIf([&id](const ICollection& collection) {
+    const GUID own = collection.GetId();
+    return std::memcmp(&own, &id, sizeof(GUID)) == 0;
+  });
 }
 
 void CTask::RemoveCollection(GUID id)
 {
-  const std::shared_ptr<ICollection> collection = CPoolBase<ICollection>::Get(id);
+  const auto [key, collection] = findCollection(id);
   if (!collection)
   {
     return;
@@ -191,13 +202,13 @@ void CTask::RemoveCollection(GUID id)
   {
     m_classPool->Remove(cls->GetId());
   }
-  Erase(id);
+  Erase(key);
   std::vector<std::shared_ptr<ICollection>> released;
   {
     const std::lock_guard lock(m_companionLock);
     for (auto position = m_companions.begin(); position != m_companions.end();)
     {
-      if (std::memcmp(&position->second.owner, &id, sizeof(GUID)) == 0)
+      if (std::memcmp(&position->second.owner, &key, sizeof(GUID)) == 0)
       {
         released.push_back(std::move(position->second.collection));
         position = m_companions.erase(position);
@@ -212,7 +223,7 @@ void CTask::RemoveCollection(GUID id)
 
 std::shared_ptr<ICollection> CTask::GetCollection(GUID id)
 {
-  if (auto collection = CPoolBase<ICollection>::Get(id))
+  if (auto collection = findCollection(id).second)
   {
     return collection;
   }

@@ -106,6 +106,8 @@ public:
 
 private:
   std::shared_ptr<IUser> currentUser() const;
+  // The key and collection filed under id, or found by its own identifier (GetId).
+  std::pair<GUID, std::shared_ptr<ICollection>> findCollection(const GUID& id) const;
 
   std::atomic<int> m_state{Created};
   std::shared_ptr<CLog> m_log;

@@ -45,9 +45,8 @@ std::shared_ptr<ITask> CTaskPool::Deploy(std::wstring_view name, GUID hostId, GU
   {
     KELDA_THROW(CHResultException(E_INVALIDARG, fmt::format(L"User {} not found", GuidText(userId))));
   }
-  // Each task cancels through a token of its own, a child of the collector's: cancelling one
-  // task leaves the others running, cancelling the collector reaches them all.
-  auto task = std::make_shared<CTask>(m_log, m_pool, create_child_cancellation(m_cancellation), std::move(host),
+  // Every task shares the collector's cancellation source; each collection gets a child of it.
+  auto task = std::make_shared<CTask>(m_log, m_pool, m_cancellation, std::move(host),
                                       std::move(user), m_classPool, m_userPool, m_factory);
   m_log->Debug(fmt::format(L"Task '{}' deployed as {} on host {}", name, GuidText(task->GetId()), GuidText(hostId)));
   return Add(std::move(task));

@@ -230,6 +230,29 @@ TEST_F(TaskTest, RemoveCollectionDropsItAndItsClass)
   EXPECT_NE(m_classPool->Get(GUID_NULL), nullptr);
 }
 
+TEST_F(TaskTest, CollectionIsFiledUnderItsClassIdentifierAndFoundByEither)
+{
+  auto task = Deploy();
+  auto collection = task->CreateCollection(L"Fake");
+  ASSERT_NE(collection, nullptr);
+  const GUID classId = collection->GetClass()->GetId();
+  EXPECT_EQ(task->GetCollection(classId), collection);
+  EXPECT_EQ(task->GetCollection(collection->GetId()), collection);
+  // Filed once, whichever identifier finds it.
+  EXPECT_EQ(std::dynamic_pointer_cast<CTask>(task)->Size(), 1u);
+}
+
+TEST_F(TaskTest, RemoveCollectionByClassIdentifierDropsItAndItsClass)
+{
+  auto task = Deploy();
+  auto collection = task->CreateCollection(L"Fake");
+  const GUID classId = collection->GetClass()->GetId();
+  task->RemoveCollection(classId);
+  EXPECT_EQ(task->GetCollection(classId), nullptr);
+  EXPECT_EQ(task->GetCollection(collection->GetId()), nullptr);
+  EXPECT_EQ(m_classPool->Get(classId), nullptr);
+}
+
 TEST_F(TaskTest, RemoveCollectionOfUnknownIdentifierDoesNothing)
 {
   auto task = Deploy();
@@ -399,7 +422,7 @@ TEST_F(TaskTest, StopTrueEndsRunningAndStartingCollectionsInStopped)
   EXPECT_EQ(task->GetState(), 6);
 }
 
-TEST_F(TaskTest, CancelEndsEveryCollectionInStoppedAndLeavesOtherTasksRunning)
+TEST_F(TaskTest, CancelEndsEveryCollectionInStoppedAndCancelsTheSharedSource)
 {
   m_gate->Open();
   auto task = Deploy();
@@ -415,12 +438,17 @@ TEST_F(TaskTest, CancelEndsEveryCollectionInStoppedAndLeavesOtherTasksRunning)
     ASSERT_TRUE(recorder->WaitLatest(collection->GetId(), ICollectionTypes::Running));
   }
   task->Cancel();
+  EXPECT_EQ(task->GetState(), 2);
   EXPECT_TRUE(recorder->WaitLatest(first->GetId(), ICollectionTypes::Stopped));
   EXPECT_TRUE(recorder->WaitLatest(second->GetId(), ICollectionTypes::Stopped));
-  EXPECT_EQ(elsewhere->GetState(), ICollectionTypes::Running);
-  // A cancelled task's collections stop again at their first update when restarted.
+  // The tasks of one collector share its cancellation source: cancelling one task cancels it.
+  EXPECT_TRUE(m_token->is_cancelled());
+  // A collection started after the cancellation stops at its first update, in any task.
   first->Run();
   EXPECT_TRUE(recorder->WaitLatest(first->GetId(), ICollectionTypes::Stopped));
+  elsewhere->Stop(true);
+  elsewhere->Run();
+  EXPECT_TRUE(recorder->WaitLatest(elsewhere->GetId(), ICollectionTypes::Stopped));
 }
 
 TEST_F(TaskTest, CancelDuringAnUpdateEndsInStopped)

@@ -39,6 +39,12 @@ public:
   std::shared_ptr<T> Add(std::shared_ptr<T> object)
   {
     const GUID id = object->GetId();
+    return AddUnder(id, std::move(object));
+  }
+
+  // Stores the object under the given identifier, replacing any entry there; returns it.
+  std::shared_ptr<T> AddUnder(const GUID& id, std::shared_ptr<T> object)
+  {
     // Declared before the guard: a replaced object is released after the lock is left, so its
     // destructor never runs under the pool's lock.
     std::shared_ptr<T> replaced;
@@ -72,6 +78,20 @@ public:
     erased = std::move(position->second);
     m_items.erase(position);
     return true;
+  }
+
+  // The identifier and object of the first entry, in identifier order, whose object satisfies
+  // match; an empty pointer when none does.
+  template <class Match>
+  std::pair<GUID, std::shared_ptr<T>> FindIf(Match&& match) const
+  {
+    std::lock_guard guard(m_lock);
+    for (const auto& entry : m_items)
+    {
+      if (match(*entry.second))
+        return entry;
+    }
+    return {GUID{}, nullptr};
   }
 
   // A copy of every object, in identifier order.

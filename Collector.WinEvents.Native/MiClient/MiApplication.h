@@ -4,11 +4,12 @@
 //   MI_Application* raw = *application;                      // for code that calls the API
 #pragma once
 
+#include "Collector/WinEvents/Export.h"
 #include "Platform/Mi.h"
 
 #include <memory>
 
-class CMiApplication : public std::enable_shared_from_this<CMiApplication>
+class NATC_COLLECTOR_API CMiApplication : public std::enable_shared_from_this<CMiApplication>
 {
   struct CreateTag
   {

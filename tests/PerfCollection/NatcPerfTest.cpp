@@ -71,8 +71,10 @@ TEST(NatcPerf, BadArgumentsExitWithTwoAndSayWhy)
   const std::pair<std::string, std::string> cases[] = {
     {"", "at least one --counter is needed"},
     {"--counter Foo", "--counter wants CLASS:COUNTER[:FACTOR], got 'Foo'"},
-    {"--counter A:B --period 0", "--period must be a whole number from 1"},
-    {"--counter A:B --updates 0", "--updates must be a whole number from 1"},
+    {"--counter A:B --period 0", "--period needs a number from 1 to 1000000000, not '0'"},
+    {"--counter A:B --period abc", "--period needs a number from 1 to 1000000000, not 'abc'"},
+    {"--counter A:B --period 99999999999999999999", "not '99999999999999999999'"},
+    {"--counter A:B --updates 0", "--updates needs a number from 1 to 1000000000, not '0'"},
     {"--counter A:B:x", "the factor of --counter 'A:B:x' is not a number"},
   };
   for (const auto& [arguments, message] : cases)

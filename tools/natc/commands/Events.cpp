@@ -7,10 +7,7 @@
 // runs until SIGINT or SIGTERM.
 #include "CommandRegistry.h"
 
-#include "ClassPool.h"
-#include "EventCollection.h"
-#include "HostPool.h"
-#include "UserPool.h"
+#include "common/LibraryCollection.h"
 #include "common/CollectionLifetime.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
@@ -18,6 +15,8 @@
 #include "KeldaKernel/Cancellation.h"
 #include "KeldaKernel/Pool.h"
 #include "KeldaKernel/Strings.h"
+
+#include "common/Arguments.h"
 
 #include <climits>
 #include <cstdio>
@@ -35,10 +34,6 @@
 namespace
 {
 using collector::ni::ICollectionTypes;
-using collector::ni::impl::CClassPool;
-using collector::ni::impl::CEventCollection;
-using collector::ni::impl::CHostPool;
-using collector::ni::impl::CUserPool;
 using collector::ni::win_events::SFilter;
 
 struct SOptions
@@ -58,23 +53,7 @@ constexpr const char* usage =
   "usage: natc events --logs DIR (--channel NAME)... [--provider NAME] [--event-id N]...\n"
   "                   [--time-diff MS] [--period S] [--user DOMAIN\\NAME] [--password P] [--once]\n";
 
-long long ParseNumber(const std::string& option, const std::string& text, long long low, long long high)
-{
-  std::size_t used = 0;
-  long long value = 0;
-  try
-  {
-    value = std::stoll(text, &used);
-  }
-  catch (const std::exception&)
-  {
-    used = 0;
-  }
-  if (used != text.size() || text.empty() || value < low || value > high)
-    throw std::invalid_argument(option + " needs a number from " + std::to_string(low) + " to " +
-                                std::to_string(high) + ", not '" + text + "'");
-  return value;
-}
+using natc::ParseNumber;
 
 SOptions ParseOptions(const std::vector<std::string>& arguments)
 {
@@ -149,26 +128,16 @@ int RunEvents(const std::vector<std::string>& arguments)
   // Before the pool starts, so that its threads inherit the blocked signals.
   const CStopSignals signals;
 
-  // The objects a task would give the collection: its host and user from the pools, a class
-  // named by the collection's type, the pool, a cancellation token and the logger.
-  CHostPool hosts;
-  CUserPool users;
-  CClassPool classes;
-  const auto host = hosts.Create(std::filesystem::absolute(options.logs).wstring());
-  const auto user = users.Create(options.user.value_or(ProcessAccount()), options.password);
-  GUID classId{};
-  UuidCreate(&classId);
-  const auto cls = classes.Create(classId, L"WindowsEvents");
-  pool threadPool(2);
-  const auto root = create_cancellation();
-  const auto log = std::make_shared<CLog>(nullptr, L"[NatC]");
-  const auto collection = std::make_shared<CEventCollection>(log, threadPool, root, host, user, cls);
-
+  // The collection is made as a caller of the library makes it: host, user, task, type name.
+  const natc::SLibraryCollection made =
+    natc::MakeLibraryCollection(pool(2), L"WindowsEvents", std::filesystem::absolute(options.logs).wstring(),
+                                options.user.value_or(ProcessAccount()), options.password);
+  auto& collection = made.collection;
   std::vector<SFilter> filters;
   for (const auto& channel : options.channels)
     filters.push_back(SFilter{channel, options.provider, options.timeDiff, options.eventIds});
-  collection->SetFilter(filters);
-  collection->SetUpdatePeriod(options.period);
+  dynamic_cast<collector::ni::win_events::ICollectionInit&>(*collection).SetFilter(filters);
+  dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(options.period);
   const auto printer = std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout);
   // With --once, the records of an update that starts before the stop are not printed.
   const auto gate = std::make_shared<CRecordGate>(printer);
@@ -188,6 +157,7 @@ int RunEvents(const std::vector<std::string>& arguments)
     signals.WaitForStop(std::nullopt);
   }
   StopCollection(*collection);
+  made.collector->Stop(true);
   gate->Flush();
   std::fflush(stdout);
   return status;

@@ -1,7 +1,6 @@
 // natc perf (--counter CLASS:COUNTER[:FACTOR])... [--period S] [--once|--updates N]
-// Runs a "MiPerf" collection on this machine ("localhost") through the library's own objects:
-// a host and a user from their pools, the class a task would register, the target collection
-// a task shares, and an MI application. Prints every counter record, every state change and
+// Runs a "MiPerf" collection on this machine ("localhost") made through the library's factory,
+// pools and task. Prints every counter record, every state change and
 // every target record as JSON lines (class "MiPerf"); target records come from the target
 // collection's identifier and carry their operation code as "type" (1 added, 3 removed).
 // Counter records carry "t", "i", "v" and "id" (the target number); each target's "c" is the
@@ -9,18 +8,15 @@
 // second update on. Without --once or --updates it runs until interrupted (Ctrl-C).
 #include "CommandRegistry.h"
 
-#include "ClassPool.h"
-#include "HostPool.h"
-#include "MiApplication.h"
-#include "MiPerformanceCollection.h"
-#include "PerfTargetCollectoin.h"
-#include "UserPool.h"
 #include "common/CollectionLifetime.h"
+#include "common/LibraryCollection.h"
 #include "output/JsonLines.h"
 
 #include "KeldaKernel/Cancellation.h"
 #include "KeldaKernel/Logger.h"
 #include "KeldaKernel/Pool.h"
+
+#include "common/Arguments.h"
 
 #include <condition_variable>
 #include <csignal>
@@ -39,8 +35,6 @@
 namespace
 {
 using collector::ni::ICollectionTypes;
-using collector::ni::impl::CMiPerformanceCollection;
-using collector::ni::impl::CPerfTargetCollection;
 using CounterFilter = collector::ni::performance::IMiPerfCollectionInit::CounterFilter;
 
 constexpr const char* usage =
@@ -60,11 +54,7 @@ struct Options
 
 unsigned long ParseCount(const std::string& text, const char* what)
 {
-  std::size_t used = 0;
-  const long long value = std::stoll(text, &used);
-  if (used != text.size() || value < 1 || value > 1000000000)
-    throw std::invalid_argument(std::string(what) + " must be a whole number from 1");
-  return static_cast<unsigned long>(value);
+  return static_cast<unsigned long>(natc::ParseNumber(what, text, 1, 1000000000));
 }
 
 // "CLASS:COUNTER[:FACTOR]"; the target value is "CLASS:COUNTER".
@@ -140,10 +130,12 @@ Options ParseOptions(const std::vector<std::string>& arguments)
 class CUpdateCounter : public ICollectionTypes::ISubscriber
 {
 public:
-  CUpdateCounter(const GUID& targetCollection, std::optional<unsigned long> limit, std::shared_ptr<CRecordGate> gate)
-    : m_targetCollection(targetCollection), m_limit(limit), m_gate(std::move(gate))
+  CUpdateCounter(std::optional<unsigned long> limit, std::shared_ptr<CRecordGate> gate)
+    : m_limit(limit), m_gate(std::move(gate))
   {
   }
+  // The target collection whose batches end the updates; set before the collection runs.
+  void Watch(const GUID& targetCollection) { m_targetCollection = targetCollection; }
   void OnRecords(const GUID& collectionId, ICollectionTypes::Records) override
   {
     if (collectionId == m_targetCollection)
@@ -181,7 +173,7 @@ private:
     m_changed.notify_all();
   }
 
-  const GUID m_targetCollection;
+  GUID m_targetCollection{};
   const std::optional<unsigned long> m_limit;
   const std::shared_ptr<CRecordGate> m_gate;
   std::mutex m_lock;
@@ -243,34 +235,27 @@ int RunPerf(const std::vector<std::string>& arguments)
     return 2;
   }
 
-  const auto targets = std::make_shared<CPerfTargetCollection>();
   auto printer = std::make_shared<natc::JsonLinePrinter>(L"MiPerf", stdout);
   const auto gate = std::make_shared<CRecordGate>(printer);
-  auto counter = std::make_shared<CUpdateCounter>(targets->GetId(), options.updates, gate);
+  auto counter = std::make_shared<CUpdateCounter>(options.updates, gate);
+  // Before the pool starts, so that its threads inherit the blocked signals.
 #ifndef _WIN32
   CSignalWaiter signals(*counter);
 #endif
   CKeldaLogger::instance().useStderr(true);
-  const pool threadPool(2);
-  const auto cancellation = create_cancellation();
-  const auto log = std::make_shared<CLog>(nullptr, L"[NatC]");
 
-  // What a task holds: its host and user from the pools, a class per collection, the shared
-  // target collection, the MI application.
-  collector::ni::impl::CHostPool hosts;
-  collector::ni::impl::CUserPool users;
-  collector::ni::impl::CClassPool classes;
-  const auto host = hosts.Create(L"localhost");
-  const auto user = users.Create(L"", L"");
-  GUID collectionId{};
-  UuidCreate(&collectionId);
-  const auto collectionClass = classes.Create(collectionId, L"MiPerf");
-
-  auto collection = std::make_shared<CMiPerformanceCollection>(log, threadPool, cancellation, host, user,
-                                                               collectionClass, targets);
-  collection->SetApplication(CMiApplication::CreateInstance());
-  collection->SetCounterFilter(options.counters);
-  collection->SetUpdatePeriod(options.period);
+  // The collection is made as a caller of the library makes it; the task gives it its own
+  // target collection, published as "TargetCollectionId".
+  const natc::SLibraryCollection made = natc::MakeLibraryCollection(pool(2), L"MiPerf", L"localhost", L"", L"");
+  const auto& collection = made.collection;
+  const auto targets = natc::FindTargetCollection(made);
+  if (!targets)
+  {
+    throw std::runtime_error("the \"MiPerf\" collection publishes no target collection");
+  }
+  counter->Watch(targets->GetId());
+  dynamic_cast<collector::ni::performance::IMiPerfCollectionInit&>(*collection).SetCounterFilter(options.counters);
+  dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(options.period);
 
   collection->Subscribe(gate);
   targets->Subscribe(gate);
@@ -280,10 +265,10 @@ int RunPerf(const std::vector<std::string>& arguments)
 
   collection->Run();
   counter->Wait();
-  collection->Stop(true);
+  StopCollection(*collection);
+  made.collector->Stop(true);
   gate->Flush();
   std::fflush(stdout);
-  classes.Remove(collectionId);
   return 0;
 }
 

@@ -1,18 +1,13 @@
 // natc props --class NAME (--property NAME)... [--condition TEXT] [--namespace NS] [--period S] [--once]
-// Runs a "MiProp" collection against this machine, built the way a task builds it (host and user
-// from their pools, a class named "MiProp", the MI application), and prints its records and
-// state changes as JSON lines. --once stops after the first update (exit 1 if it failed);
+// Runs a "MiProp" collection against this machine, made through the library's factory, pools
+// and task, and prints its records and state changes as JSON lines. --once stops after the first update (exit 1 if it failed);
 // otherwise it runs until SIGINT or SIGTERM.
 #include "CommandRegistry.h"
 #include "common/CollectionLifetime.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
-#include "ClassPool.h"
-#include "HostPool.h"
-#include "MiClient/MiApplication.h"
-#include "MiCollection.h"
-#include "UserPool.h"
+#include "common/LibraryCollection.h"
 
 #include "KeldaKernel/Cancellation.h"
 #include "KeldaKernel/Pool.h"
@@ -128,26 +123,14 @@ int RunProps(const std::vector<std::string>& arguments)
   // Before the pool starts, so that its threads inherit the blocked signals.
   const CStopSignals signals;
 
-  using namespace collector::ni::impl;
-  pool threadPool(2);
-  const auto root = create_cancellation();
-  const auto log = std::make_shared<CLog>(nullptr, L"[NatC]");
-  CHostPool hosts;
-  CUserPool users;
-  CClassPool classes;
-  const auto host = hosts.Create(L"localhost");
-  // An empty account: the session runs under this process's own identity.
-  const auto user = users.Create(L"", L"");
-  GUID id{};
-  UuidCreate(&id);
-  const auto cls = classes.Create(id, L"MiProp");
-
-  auto collection = std::make_shared<MiCollection>(log, threadPool, create_child_cancellation(root), host, user, cls);
-  collection->SetApplication(CMiApplication::CreateInstance());
-  collection->SetFilter(options.filter);
+  // The collection is made as a caller of the library makes it; an empty account runs the
+  // session under this process's own identity.
+  const natc::SLibraryCollection made = natc::MakeLibraryCollection(pool(2), L"MiProp", L"localhost", L"", L"");
+  auto& collection = made.collection;
+  dynamic_cast<collector::ni::mi::IMiCollectionInit&>(*collection).SetFilter(options.filter);
   if (options.period)
   {
-    collection->SetUpdatePeriod(*options.period);
+    dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(*options.period);
   }
   const auto printer = std::make_shared<natc::JsonLinePrinter>(L"MiProp", stdout);
   // With --once, the records of an update that starts before the stop are not printed.
@@ -167,9 +150,9 @@ int RunProps(const std::vector<std::string>& arguments)
     signals.WaitForStop(std::nullopt);
   }
   StopCollection(*collection);
+  made.collector->Stop(true);
   gate->Flush();
   std::fflush(stdout);
-  classes.Remove(id);
   return status;
 }
 

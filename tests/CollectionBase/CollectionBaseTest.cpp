@@ -274,6 +274,34 @@ TEST_F(CollectionBaseTest, FailingUpdateSetsErrorKeepsScheduleAndNextGoodOneNoti
   }
 }
 
+TEST_F(CollectionBaseTest, RunThatCannotScheduleSetsErrorRethrowsAndCanBeRetried)
+{
+  m_pool->shutdown();
+  EXPECT_THROW(m_collection->Run(), CHResultException);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Error);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Error}));
+  EXPECT_FALSE(m_subscriber->Changes()[1].description.empty());
+  // Back in Stopped internally: a second Run is not ignored, it tries (and fails) again.
+  EXPECT_THROW(m_collection->Run(), CHResultException);
+  EXPECT_EQ(m_subscriber->States().size(), 4u);
+  EXPECT_EQ(m_collection->Calls(), 0);
+}
+
+TEST_F(CollectionBaseTest, ReschedulingThatFailsWithCancelledStopsTheCollection)
+{
+  // The pool shuts down inside the update: the reschedule then fails with 0x800704C7.
+  m_collection->SetHook([this] { m_pool->shutdown(); });
+  m_collection->Script({Step::CallHook});
+  m_collection->Run();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running,
+                                                         ICollectionTypes::Stopped}));
+  EXPECT_EQ(Sink().Count(L"Update task scheduling failed"), 1u);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(m_collection->Calls(), 1);
+}
+
 TEST_F(CollectionBaseTest, TwoFailuresNotifyErrorTwice)
 {
   m_collection->SetUpdatePeriod(0);

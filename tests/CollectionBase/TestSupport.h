@@ -17,6 +17,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -144,6 +145,7 @@ enum class Step
   FailCancelled,    // throws HRESULT 0x800704C7
   Block,            // waits for Release(), then succeeds
   BlockThenLog,     // waits for Release(), then logs (an interruption point), then succeeds
+  CallHook,         // calls the hook given to SetHook, then succeeds
 };
 
 // Calls past the end of the script block.
@@ -166,6 +168,13 @@ public:
       ++m_releases;
     }
     m_changed.notify_all();
+  }
+
+  // What a Step::CallHook update does before it succeeds.
+  void SetHook(std::function<void()> hook)
+  {
+    const std::lock_guard lock(m_lock);
+    m_hook = std::move(hook);
   }
 
   // Lets every call, now and later, go on at once.
@@ -227,6 +236,18 @@ protected:
       KELDA_THROW(CKeldaException(L"Update broke"));
     case Step::FailCancelled:
       KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(ERROR_CANCELLED)));
+    case Step::CallHook: {
+      std::function<void()> hook;
+      {
+        const std::lock_guard lock(m_lock);
+        hook = m_hook;
+      }
+      if (hook)
+      {
+        hook();
+      }
+      return;
+    }
     case Step::Block:
     case Step::BlockThenLog: {
       std::unique_lock lock(m_lock);
@@ -252,5 +273,6 @@ private:
   std::shared_ptr<collector::ni::IUser> m_seenUser;
   int m_releases = 0;
   bool m_releaseAll = false;
+  std::function<void()> m_hook;
 };
 } // namespace natc_test

@@ -1,6 +1,8 @@
 // Fuzzes the .evtx reader: the input is a file image (file header, then 64 KiB chunks, the last
-// one padded with zeros) or, without the file signature, a single chunk. Every record is
-// decoded, rendered both ways and its System values read.
+// one padded with zeros) or, without the file signature, a single chunk. A file image is read
+// twice: chunk by chunk from memory, and through the file reader (header, chunk order, chunk
+// loads) from an in-memory file. Every record is decoded, rendered both ways and its System
+// values read.
 #include "Evtx/Event.h"
 #include "Evtx/File.h"
 #include "Evtx/Render.h"
@@ -8,7 +10,12 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <string>
 #include <vector>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace
 {
@@ -46,6 +53,30 @@ void Exercise(evtx::Chunk& chunk)
       __builtin_trap();
   }
 }
+// The whole file path: what a query over a log file does, from an in-memory file.
+void ExerciseFile(const std::uint8_t* data, std::size_t size)
+{
+  const int fd = memfd_create("fuzz.evtx", 0);
+  if (fd < 0)
+    return;
+  if (write(fd, data, size) == static_cast<ssize_t>(size))
+  {
+    evtx::File file;
+    if (file.Open("/proc/self/fd/" + std::to_string(fd)) == evtx::Status::Ok)
+    {
+      for (const std::uint32_t index : evtx::ChunksInLogOrder(file))
+      {
+        evtx::ChunkHeader header;
+        (void)file.ReadChunkHeader(index, header);
+        std::shared_ptr<evtx::Chunk> chunk;
+        if (file.LoadChunk(index, chunk) == evtx::Status::Ok && chunk)
+          Exercise(*chunk);
+      }
+      (void)file.Refresh();
+    }
+  }
+  close(fd);
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -64,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       if (chunk.Load(padded.data(), padded.size()) == evtx::Status::Ok)
         Exercise(chunk);
     }
+    ExerciseFile(data, size);
     return 0;
   }
   std::memcpy(padded.data(), data, std::min(size, evtx::kChunkSize));

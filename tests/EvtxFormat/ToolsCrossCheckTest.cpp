@@ -25,6 +25,9 @@ using evtx::WriterValue;
 struct Summary
 {
   std::string eventId, provider, computer, channel, time;
+  // The other System values: qualifiers, version, level, task, opcode, keywords, user, process
+  // and thread, in one line.
+  std::string system;
   std::vector<std::string> data;
   bool operator==(const Summary&) const = default;
 };
@@ -32,7 +35,8 @@ struct Summary
 // One line per event, readable in failure messages.
 std::string Describe(const Summary& s)
 {
-  std::string out = s.eventId + " | " + s.provider + " | " + s.computer + " | " + s.channel + " | " + s.time;
+  std::string out =
+    s.eventId + " | " + s.provider + " | " + s.computer + " | " + s.channel + " | " + s.time + " | " + s.system;
   for (const auto& d : s.data)
     out += " | " + d;
   return out;
@@ -99,6 +103,14 @@ Summary FromXml(const pugi::xml_node& event)
   s.computer = system.child("Computer").text().get();
   s.channel = system.child("Channel").text().get();
   s.time = Normal(system.child("TimeCreated").attribute("SystemTime").value());
+  const auto number = [](const char* text) { return Normal(text[0] != '\0' ? text : "0"); };
+  s.system = number(system.child("EventID").attribute("Qualifiers").value()) + " " +
+             number(system.child("Version").text().get()) + " " + number(system.child("Level").text().get()) + " " +
+             number(system.child("Task").text().get()) + " " + number(system.child("Opcode").text().get()) + " " +
+             Normal(system.child("Keywords").text().get()) + " " +
+             Normal(system.child("Security").attribute("UserID").value()) + " " +
+             number(system.child("Execution").attribute("ProcessID").value()) + " " +
+             number(system.child("Execution").attribute("ThreadID").value());
   for (const auto& d : event.child("EventData").children("Data"))
     s.data.push_back(Normal(d.text().get()));
   return s;
@@ -137,7 +149,16 @@ std::string WriteLog(const evtx::test::TempLog& log)
     e.eventId = static_cast<std::uint16_t>(1000 + i % 5);
     e.computer = "cross-check";
     e.timeCreated = 131124751716816408ull + static_cast<std::uint64_t>(i) * 12345;
-    e.userSid = "S-1-5-18";
+    e.userSid = i % 3 ? "S-1-5-18" : "S-1-5-21-1004336348-1177238915-682003330-512";
+    if (i % 4 == 0)
+      e.qualifiers = static_cast<std::uint16_t>(16384 + i);
+    e.version = static_cast<std::uint8_t>(i % 3);
+    e.level = static_cast<std::uint8_t>(i % 6);
+    e.task = static_cast<std::uint16_t>(i * 3);
+    e.opcode = static_cast<std::uint8_t>(i % 10);
+    e.keywords = 0x8000000000000000ull | static_cast<std::uint64_t>(i);
+    e.processId = static_cast<std::uint32_t>(4 + i);
+    e.threadId = static_cast<std::uint32_t>(1000 + i * 7);
     e.data = {{"Text", WriterValue::Text("value " + std::to_string(i))},
               {"U32", WriterValue::Int(ValueType::UInt32, i * 7LL)},
               // Positive only: evtxexport 20181227 prints negative signed integers wrongly.

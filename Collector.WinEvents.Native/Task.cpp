@@ -141,6 +141,7 @@ std::shared_ptr<ICollection> CTask::CreateCollection(std::wstring_view type)
   {
     return {};
   }
+  const std::lock_guard switching(m_switchLock);
   GUID id{};
   // Not checked: a failed UuidCreate still leaves a usable identifier.
   UuidCreate(&id);
@@ -256,6 +257,7 @@ GUID CTask::SwitchUser(GUID userId)
   {
     KELDA_THROW(CKeldaException(L"UserPool is expired"));
   }
+  const std::lock_guard switching(m_switchLock);
   const GUID previous = GetUserId();
   std::shared_ptr<IUser> user = userPool->Get(userId);
   if (!user)

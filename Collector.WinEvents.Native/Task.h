@@ -116,6 +116,9 @@ private:
   GUID m_id{};
   std::shared_ptr<IHost> m_host;
   mutable std::mutex m_userLock;
+  // Held by SwitchUser and by CreateCollection from reading the user to filing the collection,
+  // so that a switch reaches every collection and two switches report consistent previous users.
+  std::mutex m_switchLock;
   std::shared_ptr<IUser> m_user;
   std::shared_ptr<CClassPool> m_classPool;
   std::weak_ptr<CUserPool> m_userPool;

@@ -13,6 +13,8 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace natc_task_test;
 using namespace collector::ni;
@@ -312,6 +314,24 @@ TEST_F(TaskTest, SwitchUserReachesEveryCollectionAndReturnsThePreviousUser)
   // A collection made afterwards starts with the new user.
   auto third = Fake(task->CreateCollection(L"Fake"));
   EXPECT_EQ(third->CurrentUser(), bob);
+}
+
+TEST_F(TaskTest, SwitchUserDuringCreationsReachesEveryCollection)
+{
+  auto task = Deploy();
+  auto bob = m_userPool->Create(L"bob@corp.example", L"pw");
+  const std::shared_ptr<IUser> users[] = {m_user, bob};
+  std::vector<std::shared_ptr<ICollection>> made;
+  std::thread creator([&] {
+    for (int i = 0; i < 200; ++i)
+      made.push_back(task->CreateCollection(L"Fake"));
+  });
+  for (int i = 0; i < 200; ++i)
+    task->SwitchUser(users[i % 2]->GetId());
+  creator.join();
+  // Whatever the interleaving, every collection ends with the task's user.
+  for (const auto& collection : made)
+    EXPECT_EQ(Fake(collection)->CurrentUser()->GetId(), task->GetUserId());
 }
 
 TEST_F(TaskTest, SwitchUserToUnknownUserThrowsWithItsGuidAndKeepsTheUser)

@@ -8,7 +8,6 @@
 #include "CommandRegistry.h"
 
 #include "common/LibraryCollection.h"
-#include "common/CollectionLifetime.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
@@ -33,7 +32,6 @@
 
 namespace
 {
-using collector::ni::ICollectionTypes;
 using collector::ni::win_events::SFilter;
 
 struct SOptions
@@ -138,29 +136,8 @@ int RunEvents(const std::vector<std::string>& arguments)
     filters.push_back(SFilter{channel, options.provider, options.timeDiff, options.eventIds});
   dynamic_cast<collector::ni::win_events::ICollectionInit&>(*collection).SetFilter(filters);
   dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(options.period);
-  const auto printer = std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout);
-  // With --once, the records of an update that starts before the stop are not printed.
-  const auto gate = std::make_shared<CRecordGate>(printer);
-  const auto watcher = std::make_shared<CFirstUpdateWatcher>(options.once ? gate : nullptr);
-  // The printer first: a state's line is out before the watcher wakes this thread.
-  collection->Subscribe(gate);
-  collection->Subscribe(watcher);
-  collection->Run();
-
-  int status = 0;
-  if (options.once)
-  {
-    status = watcher->Wait() == ICollectionTypes::Running ? 0 : 1;
-  }
-  else
-  {
-    signals.WaitForStop(std::nullopt);
-  }
-  StopCollection(*collection);
-  made.collector->Stop(true);
-  gate->Flush();
-  std::fflush(stdout);
-  return status;
+  return natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout), options.once,
+                           signals);
 }
 
 NatcCommand eventsCommand{"events", "print the records of a WindowsEvents collection over a directory of .evtx logs",

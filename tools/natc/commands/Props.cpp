@@ -3,7 +3,6 @@
 // and task, and prints its records and state changes as JSON lines. --once stops after the first update (exit 1 if it failed);
 // otherwise it runs until SIGINT or SIGTERM.
 #include "CommandRegistry.h"
-#include "common/CollectionLifetime.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
@@ -23,7 +22,6 @@
 
 namespace
 {
-using collector::ni::ICollectionTypes;
 
 const char kUsage[] = "usage: natc props --class NAME (--property NAME)... [--condition TEXT] [--namespace NS] "
                       "[--period SECONDS] [--once]\n";
@@ -132,28 +130,8 @@ int RunProps(const std::vector<std::string>& arguments)
   {
     dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(*options.period);
   }
-  const auto printer = std::make_shared<natc::JsonLinePrinter>(L"MiProp", stdout);
-  // With --once, the records of an update that starts before the stop are not printed.
-  const auto gate = std::make_shared<CRecordGate>(printer);
-  const auto firstUpdate = std::make_shared<CFirstUpdateWatcher>(options.once ? gate : nullptr);
-  collection->Subscribe(gate);
-  collection->Subscribe(firstUpdate);
-  collection->Run();
-
-  int status = 0;
-  if (options.once)
-  {
-    status = firstUpdate->Wait() == ICollectionTypes::Running ? 0 : 1;
-  }
-  else
-  {
-    signals.WaitForStop(std::nullopt);
-  }
-  StopCollection(*collection);
-  made.collector->Stop(true);
-  gate->Flush();
-  std::fflush(stdout);
-  return status;
+  return natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"MiProp", stdout), options.once,
+                           signals);
 }
 
 NatcCommand propsCommand{"props", "run a \"MiProp\" WQL collection on this machine and print JSON lines", &RunProps};

@@ -1,9 +1,12 @@
 #include "common/LibraryCollection.h"
 
+#include "common/CollectionLifetime.h"
+
 #include "Collector/WinEvents/CreateCollector.h"
 #include "KeldaKernel/Cancellation.h"
 #include "KeldaKernel/Strings.h"
 
+#include <cstdio>
 #include <stdexcept>
 
 namespace natc
@@ -23,6 +26,36 @@ SLibraryCollection MakeLibraryCollection(pool workers, std::wstring_view type, c
                              "\" is not built into this natc");
   }
   return made;
+}
+
+int RunAndPrint(const SLibraryCollection& made,
+                const std::shared_ptr<collector::ni::ICollectionTypes::ISubscriber>& printer, bool once,
+                const CStopSignals& signals)
+{
+  using collector::ni::ICollectionTypes;
+  collector::ni::ICollection& collection = *made.collection;
+  // With once, the records of an update that starts before the stop are not printed.
+  const auto gate = std::make_shared<CRecordGate>(printer);
+  const auto firstUpdate = std::make_shared<CFirstUpdateWatcher>(once ? gate : nullptr);
+  // The printer first: a state's line is out before the watcher wakes this thread.
+  collection.Subscribe(gate);
+  collection.Subscribe(firstUpdate);
+  collection.Run();
+
+  int status = 0;
+  if (once)
+  {
+    status = firstUpdate->Wait() == ICollectionTypes::Running ? 0 : 1;
+  }
+  else
+  {
+    signals.WaitForStop(std::nullopt);
+  }
+  StopCollection(collection);
+  made.collector->Stop(true);
+  gate->Flush();
+  std::fflush(stdout);
+  return status;
 }
 
 std::shared_ptr<collector::ni::ICollection> FindTargetCollection(const SLibraryCollection& made)

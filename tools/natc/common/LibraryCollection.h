@@ -9,6 +9,7 @@
 
 #include "Collector/Interfaces.h"
 #include "KeldaKernel/Pool.h"
+#include "common/StopSignals.h"
 
 #include <memory>
 #include <string>
@@ -26,6 +27,13 @@ struct SLibraryCollection
 // Throws std::runtime_error when this natc does not offer the type.
 SLibraryCollection MakeLibraryCollection(pool workers, std::wstring_view type, const std::wstring& host,
                                          const std::wstring& account, const std::wstring& password);
+
+// Runs the collection, handing its records and states to `printer`, until its first update has
+// ended (with `once`: 0 when that update succeeded, 1 when not) or a stop signal came (0); then
+// stops the collector and passes on what the printer's gate still holds.
+int RunAndPrint(const SLibraryCollection& made,
+                const std::shared_ptr<collector::ni::ICollectionTypes::ISubscriber>& printer, bool once,
+                const CStopSignals& signals);
 
 // The target collection that a "MiPerf" collection publishes as "TargetCollectionId", or null.
 std::shared_ptr<collector::ni::ICollection> FindTargetCollection(const SLibraryCollection& made);

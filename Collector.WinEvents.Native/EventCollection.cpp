@@ -88,8 +88,12 @@ CEventCollection::~CEventCollection() = default;
 
 void CEventCollection::SetFilter(std::vector<win_events::SFilter>& filters)
 {
+  // Thrown here, so that the error names the caller's own entry point; nothing is stored.
+  if (!AreEventFiltersValid(filters))
+    KELDA_THROW(CHResultException(E_INVALIDARG));
   const std::lock_guard lock(m_lock);
-  StoreEventFilters(m_filters, filters);
+  if (&m_filters != &filters)
+    m_filters = filters;
 }
 
 std::vector<win_events::SFilter> CEventCollection::GetFilter() const
@@ -114,7 +118,12 @@ void CEventCollection::updateImpl()
     queryText = BuildEventQuery(m_filters, m_bookmarks);
   }
   if (!m_session)
-    openSession();
+  {
+    // The session's failure is reported as this update's, with the last error of the open.
+    DWORD error = ERROR_SUCCESS;
+    if (!openSession(error))
+      KELDA_THROW(CWin32Exception(error));
+  }
   m_accounts.clear();
 
   const CEventHandle query(m_api, m_api.Query(m_session.get(), nullptr, queryText.c_str(), queryFlags));
@@ -123,7 +132,7 @@ void CEventCollection::updateImpl()
   processResults(m_session.get(), query.get());
 }
 
-void CEventCollection::openSession()
+bool CEventCollection::openSession(DWORD& error)
 {
   const std::shared_ptr<IUser> account = user();
   if (!account)
@@ -138,9 +147,13 @@ void CEventCollection::openSession()
                     withCredentials);
   EVT_HANDLE session = m_api.OpenSession(EvtRpcLogin, login.Get(), 0, 0);
   if (session == nullptr)
-    KELDA_THROW(CWin32Exception(GetLastError()));
+  {
+    error = GetLastError();
+    return false;
+  }
   const auto close = m_api.Close;
   m_session = std::shared_ptr<void>(session, [close](void* handle) { close(handle); });
+  return true;
 }
 
 void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)

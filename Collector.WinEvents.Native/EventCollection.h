@@ -60,7 +60,8 @@ protected:
                                                 __int64& recordId);
 
 private:
-  void openSession();
+  // Opens and keeps the host's session; false, with EvtOpenSession's last error, when it fails.
+  bool openSession(DWORD& error);
   // Moves the channel's bookmark forward (never back).
   void advanceBookmark(const tstring& channel, __int64 recordId);
 

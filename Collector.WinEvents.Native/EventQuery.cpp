@@ -69,23 +69,6 @@ bool AreEventFiltersValid(const std::vector<win_events::SFilter>& filters) noexc
          std::none_of(filters.begin(), filters.end(), [](const win_events::SFilter& f) { return f.Path.empty(); });
 }
 
-void ValidateEventFilters(const std::vector<win_events::SFilter>& filters)
-{
-  if (!AreEventFiltersValid(filters))
-  {
-    KELDA_THROW(CHResultException(E_INVALIDARG));
-  }
-}
-
-void StoreEventFilters(std::vector<win_events::SFilter>& stored, const std::vector<win_events::SFilter>& filters)
-{
-  ValidateEventFilters(filters);
-  if (&stored != &filters)
-  {
-    stored = filters;
-  }
-}
-
 tstring BuildEventQuery(const std::vector<win_events::SFilter>& filters, const EventBookmarks& bookmarks)
 {
   if (filters.empty())

@@ -1,7 +1,7 @@
-// The event log query of a "WindowsEvents" collection: validation of the caller's filters and
+// The event log query of a "WindowsEvents" collection: the check of the caller's filters and
 // the structured XML query list built from them and from the last record number delivered per
 // channel. Pure: no Event Log API call here; the collection hands the text to EvtQuery.
-//   ValidateEventFilters(filters);                     // at SetFilter, throws E_INVALIDARG
+//   if (!AreEventFiltersValid(filters)) ...            // at SetFilter, which throws E_INVALIDARG
 //   tstring query = BuildEventQuery(filters, bookmarks); // at every update
 #pragma once
 
@@ -19,13 +19,6 @@ using EventBookmarks = std::map<tstring, __int64>;
 
 // True when the list is not empty and every filter names a channel.
 bool AreEventFiltersValid(const std::vector<win_events::SFilter>& filters) noexcept;
-
-// Throws CHResultException(E_INVALIDARG) when AreEventFiltersValid is false.
-void ValidateEventFilters(const std::vector<win_events::SFilter>& filters);
-
-// SetFilter's whole effect: validates `filters`, then copies them into `stored`. On failure
-// `stored` is left as it was.
-void StoreEventFilters(std::vector<win_events::SFilter>& stored, const std::vector<win_events::SFilter>& filters);
 
 // The "<QueryList>...</QueryList>" text, one query per filter numbered from 0; an empty text
 // when there are no filters (nothing to query).

@@ -81,6 +81,10 @@ TEST_F(EventCollectionRun, SetFilterRejectsBadListsAndKeepsTheOldOne)
   catch (const CHResultException& error)
   {
     EXPECT_EQ(error.hresult(), E_INVALIDARG);
+    EXPECT_EQ(get_hresult(error), static_cast<HRESULT>(0x80070057));
+    EXPECT_NE(std::string::npos, get_throw_function(error).find("SetFilter"));
+    EXPECT_NE(std::string::npos, get_throw_file(error).find("EventCollection.cpp"));
+    EXPECT_GT(get_throw_line(error), 0);
   }
   auto noPath = Filters({L"Application", L""});
   EXPECT_THROW(collection->SetFilter(noPath), CHResultException);
@@ -317,6 +321,9 @@ TEST_F(EventCollectionRun, ABadCredentialFailsTheUpdateAndTheNextOneRetries)
   catch (const CWin32Exception& error)
   {
     EXPECT_EQ(error.error(), logonFailure);
+    // The failure is the update's own, as a caller reading the log would look for it.
+    EXPECT_NE(std::string::npos, get_throw_function(error).find("updateImpl"));
+    EXPECT_NE(std::string::npos, get_throw_file(error).find("EventCollection.cpp"));
   }
   EXPECT_TRUE(g_api.queries.empty());
   g_api.openFails = false;

@@ -15,8 +15,6 @@ namespace
 using collector::ni::impl::AreEventFiltersValid;
 using collector::ni::impl::BuildEventQuery;
 using collector::ni::impl::EventBookmarks;
-using collector::ni::impl::StoreEventFilters;
-using collector::ni::impl::ValidateEventFilters;
 using collector::ni::win_events::SFilter;
 
 SFilter Filter(tstring path, tstring provider = {}, std::int64_t timeDiff = 0, std::vector<std::uint32_t> ids = {})
@@ -237,19 +235,6 @@ TEST(EventQuery, NoFiltersBuildNoQuery)
 void ExpectInvalidArgument(const std::vector<SFilter>& filters)
 {
   EXPECT_FALSE(AreEventFiltersValid(filters));
-  try
-  {
-    ValidateEventFilters(filters);
-    ADD_FAILURE() << "no exception";
-  }
-  catch (const CHResultException& error)
-  {
-    EXPECT_EQ(static_cast<HRESULT>(0x80070057), error.hresult());
-    EXPECT_EQ(E_INVALIDARG, get_hresult(error));
-    EXPECT_NE(std::string::npos, get_throw_file(error).find("EventQuery.cpp"));
-    EXPECT_NE(std::string::npos, get_throw_function(error).find("ValidateEventFilters"));
-    EXPECT_GT(get_throw_line(error), 0);
-  }
 }
 
 TEST(EventFilterValidation, EmptyListIsInvalidArgument)
@@ -269,44 +254,7 @@ TEST(EventFilterValidation, NonEmptyPathsAreValid)
 {
   EXPECT_TRUE(AreEventFiltersValid({Filter(L"System")}));
   EXPECT_TRUE(AreEventFiltersValid({Filter(L"System"), Filter(L"System"), Filter(L" ")}));
-  EXPECT_NO_THROW(ValidateEventFilters({Filter(L"System", L"", -1)}));
+  EXPECT_TRUE(AreEventFiltersValid({Filter(L"System", L"", -1)}));
 }
 
-void ExpectSame(const std::vector<SFilter>& expected, const std::vector<SFilter>& actual)
-{
-  ASSERT_EQ(expected.size(), actual.size());
-  for (std::size_t i = 0; i < expected.size(); ++i)
-  {
-    EXPECT_EQ(expected[i].Path, actual[i].Path);
-    EXPECT_EQ(expected[i].Provider, actual[i].Provider);
-    EXPECT_EQ(expected[i].TimeDiff, actual[i].TimeDiff);
-    EXPECT_EQ(expected[i].EventIds, actual[i].EventIds);
-  }
-}
-
-TEST(EventFilterValidation, StoreCopiesValidFiltersReplacingEarlierOnes)
-{
-  std::vector<SFilter> stored{Filter(L"Old")};
-  const std::vector<SFilter> given{Filter(L"System", L"P", 5, {1, 2}), Filter(L"Application")};
-  StoreEventFilters(stored, given);
-  ExpectSame(given, stored);
-}
-
-TEST(EventFilterValidation, StoreOfInvalidFiltersKeepsWhatWasStored)
-{
-  const std::vector<SFilter> before{Filter(L"Old", L"P", 9, {3})};
-  std::vector<SFilter> stored = before;
-  EXPECT_THROW(StoreEventFilters(stored, {Filter(L"System"), Filter(L"")}), CHResultException);
-  ExpectSame(before, stored);
-  EXPECT_THROW(StoreEventFilters(stored, {}), CHResultException);
-  ExpectSame(before, stored);
-}
-
-TEST(EventFilterValidation, StoringTheStoredVectorIntoItselfChangesNothing)
-{
-  std::vector<SFilter> stored{Filter(L"System", L"P", 5, {1}), Filter(L"Application")};
-  const std::vector<SFilter> before = stored;
-  StoreEventFilters(stored, stored);
-  ExpectSame(before, stored);
-}
 } // namespace

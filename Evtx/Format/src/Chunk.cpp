@@ -49,17 +49,43 @@ Chunk::~Chunk() = default;
 
 Status Chunk::Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t index)
 {
+  std::uint8_t* buffer = Buffer();
+  if (size < kChunkSize)
+  {
+    // A short chunk is never parsed; the rest of the buffer is zeroed so nothing stale remains.
+    std::memcpy(buffer, bytes, size);
+    std::memset(buffer + size, 0, kChunkSize - size);
+    records_.clear();
+    index_ = index;
+    headerChecksumOk_ = false;
+    recordsChecksumOk_ = false;
+    recordsTruncated_ = false;
+    header_ = ChunkHeader{};
+    impl_->Reset(data_.data());
+    return Status::Truncated;
+  }
+  std::memcpy(buffer, bytes, kChunkSize);
+  return LoadBuffer(index);
+}
+
+std::uint8_t* Chunk::Buffer()
+{
+  // Sized once: a recycled chunk is overwritten in place rather than cleared first.
+  if (data_.size() != kChunkSize)
+    data_.assign(kChunkSize, 0);
+  return data_.data();
+}
+
+Status Chunk::LoadBuffer(std::uint32_t index)
+{
   records_.clear();
   index_ = index;
   headerChecksumOk_ = false;
   recordsChecksumOk_ = false;
   recordsTruncated_ = false;
   header_ = ChunkHeader{};
-  data_.assign(kChunkSize, 0);
-  std::memcpy(data_.data(), bytes, size < kChunkSize ? size : kChunkSize);
+  Buffer();
   impl_->Reset(data_.data());
-  if (size < kChunkSize)
-    return Status::Truncated;
   const Status status = ParseChunkHeader(data_.data(), kChunkHeaderSize, header_);
   if (status != Status::Ok && status != Status::BadHeaderChecksum)
     return status;

@@ -20,7 +20,7 @@ File::~File()
 
 File::File(File&& other) noexcept
   : fd_(std::exchange(other.fd_, -1)), path_(std::move(other.path_)), header_(other.header_),
-    size_(other.size_), pool_(std::move(other.pool_)), buffer_(std::move(other.buffer_))
+    size_(other.size_), pool_(std::move(other.pool_))
 {
 }
 
@@ -34,7 +34,6 @@ File& File::operator=(File&& other) noexcept
     header_ = other.header_;
     size_ = other.size_;
     pool_ = std::move(other.pool_);
-    buffer_ = std::move(other.buffer_);
   }
   return *this;
 }
@@ -135,11 +134,7 @@ Status File::LoadChunk(std::uint32_t index, std::shared_ptr<Chunk>& out)
     return Status::IoError;
   if (index >= ChunkCount())
     return Status::Truncated;
-  buffer_.resize(kChunkSize);
   const std::uint64_t offset = kFileHeaderSize + std::uint64_t(index) * kChunkSize;
-  Status status = ReadAt(offset, buffer_.data(), kChunkSize);
-  if (status != Status::Ok)
-    return status;
   // Reuse a chunk object nobody else holds; keep the pool small.
   std::shared_ptr<Chunk> chunk;
   for (auto& pooled : pool_)
@@ -154,12 +149,16 @@ Status File::LoadChunk(std::uint32_t index, std::shared_ptr<Chunk>& out)
     if (pool_.size() < 4)
       pool_.push_back(chunk);
   }
-  status = chunk->Load(buffer_.data(), kChunkSize, index);
+  // Read straight into the chunk's own storage: the bytes are copied once, by the kernel.
+  Status status = ReadAt(offset, chunk->Buffer(), kChunkSize);
+  if (status != Status::Ok)
+    return status;
+  status = chunk->LoadBuffer(index);
   if (!chunk->HeaderChecksumOk() && (status == Status::Ok))
   {
     // A torn read of a header being rewritten: try once more before taking it as damaged.
-    if (ReadAt(offset, buffer_.data(), kChunkSize) == Status::Ok)
-      status = chunk->Load(buffer_.data(), kChunkSize, index);
+    if (ReadAt(offset, chunk->Buffer(), kChunkSize) == Status::Ok)
+      status = chunk->LoadBuffer(index);
   }
   if (status != Status::Ok)
     return status;

@@ -95,30 +95,35 @@ constexpr std::array<bool, 128> MakePlainAscii()
 }
 constexpr std::array<bool, 128> kPlainAscii = MakePlainAscii();
 
+// The formatters below build each piece in a small local buffer and append it in one step:
+// appending character by character costs a capacity check and a call per character.
 void AppendCodePoint(std::string& out, std::uint32_t cp)
 {
+  char bytes[4];
+  std::size_t n = 0;
   if (cp < 0x80)
   {
-    out += static_cast<char>(cp);
+    bytes[n++] = static_cast<char>(cp);
   }
   else if (cp < 0x800)
   {
-    out += static_cast<char>(0xc0 | (cp >> 6));
-    out += static_cast<char>(0x80 | (cp & 0x3f));
+    bytes[n++] = static_cast<char>(0xc0 | (cp >> 6));
+    bytes[n++] = static_cast<char>(0x80 | (cp & 0x3f));
   }
   else if (cp < 0x10000)
   {
-    out += static_cast<char>(0xe0 | (cp >> 12));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
-    out += static_cast<char>(0x80 | (cp & 0x3f));
+    bytes[n++] = static_cast<char>(0xe0 | (cp >> 12));
+    bytes[n++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+    bytes[n++] = static_cast<char>(0x80 | (cp & 0x3f));
   }
   else
   {
-    out += static_cast<char>(0xf0 | (cp >> 18));
-    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3f));
-    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
-    out += static_cast<char>(0x80 | (cp & 0x3f));
+    bytes[n++] = static_cast<char>(0xf0 | (cp >> 18));
+    bytes[n++] = static_cast<char>(0x80 | ((cp >> 12) & 0x3f));
+    bytes[n++] = static_cast<char>(0x80 | ((cp >> 6) & 0x3f));
+    bytes[n++] = static_cast<char>(0x80 | (cp & 0x3f));
   }
+  out.append(bytes, n);
 }
 
 template <class T>
@@ -138,15 +143,19 @@ void AppendHex(std::string& out, std::uint64_t value, int minDigits)
     digits[n++] = kHexLower[value & 0xf];
     value >>= 4;
   } while (value != 0 || n < minDigits);
-  out += "0x";
-  while (n > 0)
-    out += digits[--n];
+  char text[2 + sizeof digits];
+  text[0] = '0';
+  text[1] = 'x';
+  for (int i = 0; i < n; ++i)
+    text[2 + i] = digits[n - 1 - i];
+  out.append(text, 2 + static_cast<std::size_t>(n));
 }
 
-void Append2(std::string& out, unsigned v)
+// Two decimal digits of v (mod 100) at `to`.
+void Put2(char* to, unsigned v)
 {
-  out += static_cast<char>('0' + (v / 10) % 10);
-  out += static_cast<char>('0' + v % 10);
+  to[0] = static_cast<char>('0' + (v / 10) % 10);
+  to[1] = static_cast<char>('0' + v % 10);
 }
 
 // Days since 1970-01-01 to a civil date (proleptic Gregorian).
@@ -179,52 +188,57 @@ constexpr std::int64_t kFileTimeEpochDays = 134774;  // 1601-01-01 to 1970-01-01
 void AppendDateTime(std::string& out, int year, unsigned month, unsigned day, unsigned hour,
                     unsigned minute, unsigned second, std::uint32_t fraction7)
 {
+  // yyyy-mm-ddThh:mm:ss.fffffffZ
   const unsigned y = static_cast<unsigned>(year < 0 ? 0 : year);
-  Append2(out, y / 100);
-  Append2(out, y % 100);
-  out += '-';
-  Append2(out, month);
-  out += '-';
-  Append2(out, day);
-  out += 'T';
-  Append2(out, hour);
-  out += ':';
-  Append2(out, minute);
-  out += ':';
-  Append2(out, second);
-  out += '.';
-  char digits[7];
-  for (int i = 6; i >= 0; --i)
+  char text[28];
+  Put2(text, y / 100);
+  Put2(text + 2, y % 100);
+  text[4] = '-';
+  Put2(text + 5, month);
+  text[7] = '-';
+  Put2(text + 8, day);
+  text[10] = 'T';
+  Put2(text + 11, hour);
+  text[13] = ':';
+  Put2(text + 14, minute);
+  text[16] = ':';
+  Put2(text + 17, second);
+  text[19] = '.';
+  for (int i = 26; i >= 20; --i)
   {
-    digits[i] = static_cast<char>('0' + fraction7 % 10);
+    text[i] = static_cast<char>('0' + fraction7 % 10);
     fraction7 /= 10;
   }
-  out.append(digits, 7);
-  out += 'Z';
+  text[27] = 'Z';
+  out.append(text, sizeof text);
 }
 
 void AppendGuid(std::string& out, const std::uint8_t* g)
 {
-  auto hex = [&](std::uint8_t b) {
-    out += kHexUpper[b >> 4];
-    out += kHexUpper[b & 0xf];
+  // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}: the first three groups are little-endian.
+  char text[38];
+  char* to = text;
+  auto hex = [&to](std::uint8_t b) {
+    *to++ = kHexUpper[b >> 4];
+    *to++ = kHexUpper[b & 0xf];
   };
-  out += '{';
+  *to++ = '{';
   for (int i = 3; i >= 0; --i)
     hex(g[i]);
-  out += '-';
+  *to++ = '-';
   hex(g[5]);
   hex(g[4]);
-  out += '-';
+  *to++ = '-';
   hex(g[7]);
   hex(g[6]);
-  out += '-';
+  *to++ = '-';
   hex(g[8]);
   hex(g[9]);
-  out += '-';
+  *to++ = '-';
   for (int i = 10; i < 16; ++i)
     hex(g[i]);
-  out += '}';
+  *to++ = '}';
+  out.append(text, sizeof text);
 }
 
 // Size of one SID at p (at most `size` bytes), or 0 when it does not fit.
@@ -282,10 +296,13 @@ std::uint32_t FixedItemSize(ValueType type, std::uint32_t totalSize)
 
 void AppendBinary(std::string& out, const std::uint8_t* p, std::uint32_t size)
 {
+  const std::size_t at = out.size();
+  out.resize(at + 2 * std::size_t(size));
+  char* to = out.data() + at;
   for (std::uint32_t i = 0; i < size; ++i)
   {
-    out += kHexUpper[p[i] >> 4];
-    out += kHexUpper[p[i] & 0xf];
+    *to++ = kHexUpper[p[i] >> 4];
+    *to++ = kHexUpper[p[i] & 0xf];
   }
 }
 
@@ -308,12 +325,23 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
   {
     while (size > 0 && p[size - 1] == 0)
       --size;
-    for (std::uint32_t i = 0; i < size; ++i)
+    for (std::uint32_t i = 0; i < size;)
     {
+      // Runs that need no escaping are copied in one step.
+      std::uint32_t run = i;
+      while (run < size && p[run] < 0x80 && (escape == TextEscape::None || kPlainAscii[p[run]]))
+        ++run;
+      if (run > i)
+      {
+        out.append(reinterpret_cast<const char*>(p + i), run - i);
+        i = run;
+        continue;
+      }
       if (p[i] < 0x80)
         AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
       else
         AppendCodePoint(out, p[i]);
+      ++i;
     }
     return;
   }

@@ -38,6 +38,10 @@ public:
   // HeaderChecksumOk/RecordsChecksumOk and the records that pass their own checks are read.
   // The first bad record ends the record list (RecordsTruncated).
   Status Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t index = 0);
+  // The same check on bytes already written into Buffer() (64 KiB): a reader fills the chunk's
+  // own storage directly, so a load copies nothing.
+  std::uint8_t* Buffer();
+  Status LoadBuffer(std::uint32_t index);
 
   const ChunkHeader& Header() const noexcept { return header_; }
   std::uint32_t Index() const noexcept { return index_; }

@@ -70,7 +70,6 @@ private:
   FileHeader header_;
   std::uint64_t size_ = 0;
   std::vector<std::shared_ptr<Chunk>> pool_;
-  std::vector<std::uint8_t> buffer_;
 };
 
 // Chunk indexes in log order (oldest records first): a log that wrapped around stores its

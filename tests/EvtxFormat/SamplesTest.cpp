@@ -2,6 +2,7 @@
 // with equal System values and equal EventData texts where the references agree or libevtx
 // read the record (a short list of its known faults aside).
 #include "TestSupport/Samples.h"
+#include "Evtx/Chunk.h"
 #include "Evtx/Event.h"
 #include "Evtx/File.h"
 #include "Evtx/Render.h"
@@ -15,6 +16,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -285,5 +287,58 @@ INSTANTIATE_TEST_SUITE_P(Samples, SampleFile, ::testing::ValuesIn(SampleNames())
 TEST(Samples, FolderIsPresent)
 {
   EXPECT_FALSE(SampleNames().empty()) << "no samples under " << EvtxSamplesDirectory();
+}
+} // namespace
+
+namespace
+{
+// The first chunk of system.evtx as bytes.
+std::vector<std::uint8_t> FirstSystemChunk()
+{
+  std::ifstream in(fs::path(EvtxSamplesDirectory()) / "system.evtx", std::ios::binary);
+  std::vector<std::uint8_t> bytes(evtx::kChunkSize);
+  in.seekg(static_cast<std::streamoff>(evtx::kFileHeaderSize));
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  if (!in)
+    bytes.clear();
+  return bytes;
+}
+
+TEST(SampleChunk, LoadingIntoTheChunksOwnBufferReadsWhatACopyReads)
+{
+  const auto bytes = FirstSystemChunk();
+  ASSERT_EQ(bytes.size(), evtx::kChunkSize) << "system.evtx is missing or short";
+  evtx::Chunk copied;
+  ASSERT_EQ(copied.Load(bytes.data(), bytes.size(), 0), evtx::Status::Ok);
+  evtx::Chunk inPlace;
+  std::memcpy(inPlace.Buffer(), bytes.data(), bytes.size());
+  ASSERT_EQ(inPlace.LoadBuffer(0), evtx::Status::Ok);
+  ASSERT_FALSE(copied.Records().empty());
+  ASSERT_EQ(copied.Records().size(), inPlace.Records().size());
+  std::string a, b;
+  for (std::size_t i = 0; i < copied.Records().size(); ++i)
+  {
+    ASSERT_EQ(copied.RenderXml(copied.Records()[i], a), evtx::Status::Ok);
+    ASSERT_EQ(inPlace.RenderXml(inPlace.Records()[i], b), evtx::Status::Ok);
+  }
+  EXPECT_EQ(a, b);
+}
+
+TEST(SampleChunk, AReusedChunkForgetsItsPreviousRecords)
+{
+  const auto bytes = FirstSystemChunk();
+  ASSERT_EQ(bytes.size(), evtx::kChunkSize) << "system.evtx is missing or short";
+  evtx::Chunk chunk;
+  ASSERT_EQ(chunk.Load(bytes.data(), bytes.size(), 3), evtx::Status::Ok);
+  ASSERT_FALSE(chunk.Records().empty());
+  // A short read, then a damaged signature: neither may show the earlier chunk's records.
+  EXPECT_EQ(chunk.Load(bytes.data(), 100, 4), evtx::Status::Truncated);
+  EXPECT_TRUE(chunk.Records().empty());
+  EXPECT_EQ(chunk.Index(), 4u);
+  ASSERT_EQ(chunk.Load(bytes.data(), bytes.size(), 3), evtx::Status::Ok);
+  chunk.Buffer()[0] = 'X';
+  EXPECT_NE(chunk.LoadBuffer(5), evtx::Status::Ok);
+  EXPECT_TRUE(chunk.Records().empty());
+  EXPECT_FALSE(chunk.HeaderChecksumOk());
 }
 } // namespace

@@ -55,13 +55,7 @@ Status Chunk::Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t in
     // A short chunk is never parsed; the rest of the buffer is zeroed so nothing stale remains.
     std::memcpy(buffer, bytes, size);
     std::memset(buffer + size, 0, kChunkSize - size);
-    records_.clear();
-    index_ = index;
-    headerChecksumOk_ = false;
-    recordsChecksumOk_ = false;
-    recordsTruncated_ = false;
-    header_ = ChunkHeader{};
-    impl_->Reset(data_.data());
+    Forget(index);
     return Status::Truncated;
   }
   std::memcpy(buffer, bytes, kChunkSize);
@@ -76,7 +70,7 @@ std::uint8_t* Chunk::Buffer()
   return data_.data();
 }
 
-Status Chunk::LoadBuffer(std::uint32_t index)
+void Chunk::Forget(std::uint32_t index)
 {
   records_.clear();
   index_ = index;
@@ -84,8 +78,12 @@ Status Chunk::LoadBuffer(std::uint32_t index)
   recordsChecksumOk_ = false;
   recordsTruncated_ = false;
   header_ = ChunkHeader{};
-  Buffer();
-  impl_->Reset(data_.data());
+  impl_->Reset(Buffer());
+}
+
+Status Chunk::LoadBuffer(std::uint32_t index)
+{
+  Forget(index);
   const Status status = ParseChunkHeader(data_.data(), kChunkHeaderSize, header_);
   if (status != Status::Ok && status != Status::BadHeaderChecksum)
     return status;

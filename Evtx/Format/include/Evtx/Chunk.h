@@ -63,6 +63,9 @@ public:
   struct Impl;
 
 private:
+  // Drops what the previous load found (records, header, caches) before a new one.
+  void Forget(std::uint32_t index);
+
   std::vector<std::uint8_t> data_;
   ChunkHeader header_;
   std::uint32_t index_ = 0;

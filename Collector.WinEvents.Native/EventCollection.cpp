@@ -92,8 +92,7 @@ void CEventCollection::SetFilter(std::vector<win_events::SFilter>& filters)
   if (!AreEventFiltersValid(filters))
     KELDA_THROW(CHResultException(E_INVALIDARG));
   const std::lock_guard lock(m_lock);
-  if (&m_filters != &filters)
-    m_filters = filters;
+  m_filters = filters;
 }
 
 std::vector<win_events::SFilter> CEventCollection::GetFilter() const

@@ -136,19 +136,18 @@ void AppendNumber(std::string& out, T value)
 
 void AppendHex(std::string& out, std::uint64_t value, int minDigits)
 {
-  char digits[16];
-  int n = 0;
+  // Written from the last digit backwards, so the text is in order without a second pass.
+  char text[2 + 16];
+  char* const end = text + sizeof text;
+  char* first = end;
   do
   {
-    digits[n++] = kHexLower[value & 0xf];
+    *--first = kHexLower[value & 0xf];
     value >>= 4;
-  } while (value != 0 || n < minDigits);
-  char text[2 + sizeof digits];
-  text[0] = '0';
-  text[1] = 'x';
-  for (int i = 0; i < n; ++i)
-    text[2 + i] = digits[n - 1 - i];
-  out.append(text, 2 + static_cast<std::size_t>(n));
+  } while (value != 0 || end - first < minDigits);
+  *--first = 'x';
+  *--first = '0';
+  out.append(first, end);
 }
 
 // Two decimal digits of v (mod 100) at `to`.

@@ -102,7 +102,19 @@ INSTANTIATE_TEST_SUITE_P(
     Case{L"*[System[ ( EventID = 4624 ) ]]", true, false}, Case{L"*[System[EventID=-1]]", false, false},
     Case{L"*[System[EventID=4624.0]]", true, false}, Case{L"*[System/NoSuchElement]", false, false},
     Case{L"*[System[true()]]", true, true}, Case{L"*[System[false()]]", false, false},
-    Case{L"*[System[(EventID=4624)=true()]]", true, false}, Case{L"Event[System[EventID=7036]]", false, true}), RowName());
+    Case{L"*[System[(EventID=4624)=true()]]", true, false}, Case{L"Event[System[EventID=7036]]", false, true},
+    // Event Viewer's custom range: times compare as instants, whatever their fraction digits.
+    Case{L"*[System[TimeCreated[@SystemTime>='2024-05-01T10:20:00.000Z' and @SystemTime<='2024-05-01T10:21:00.999Z']]]",
+         true, false},
+    Case{L"*[System[TimeCreated[@SystemTime>='2024-05-01T10:20:30.1234568Z']]]", false, false},
+    Case{L"*[System[TimeCreated[@SystemTime<='2024-05-01T10:20:30.123Z']]]", false, true},
+    Case{L"*[System[TimeCreated[@SystemTime>'2024-04-30T10:20:30Z']]]", true, false},
+    Case{L"*[System[TimeCreated['2024-04-30T10:20:30Z'<@SystemTime]]]", true, false},
+    Case{L"*[System[Computer>'a']]", false, false}, Case{L"*[System[Computer<='z']]", false, false},
+    // position(), the one core function of the subset.
+    Case{L"*[EventData/Data[position()=2]='alice']", true, false},
+    Case{L"*[EventData/Data[position()>2]=10]", true, false}, Case{L"*[EventData/Data[position()=1]='alice']", false, false},
+    Case{L"*[position()=1]", true, true}, Case{L"*[System/*[position()=2 and .=4624]]", true, false}), RowName());
 
 class InvalidXPath : public testing::TestWithParam<const wchar_t*>
 {
@@ -116,7 +128,11 @@ INSTANTIATE_TEST_SUITE_P(
                   L"*[System[EventID='1]]", L"*[System[EventID==1]]", L"*[unknown(1)]", L"*[band(Keywords)]",
                   L"*[System[EventID=1]] junk", L"*[@]", L"*[System[(EventID=1]]", L"*[System[EventID=1)]]",
                   L"*[System[EventID=0x]]", L"*[System[EventID=1.2.3]]", L"*[System[EventID=1 and]]", L"*[#]",
-                  L"*[text()[1]]", L"/Event", L"*[System[EventID=-x]]"), RowName());
+                  L"*[text()[1]]", L"/Event", L"*[System[EventID=-x]]",
+                  // Outside the subset Windows accepts: other axes, functions, unions, arithmetic.
+                  L"//Event", L"*[System/..]", L"*[count(System)]", L"*[contains(System/Computer,'h')]",
+                  L"*[System/EventID|System/Level]", L"*[System[EventID+1=2]]", L"*[position(1)]",
+                  L"*[System[EventID mod 2]]", L"*[parent::System]"), RowName());
 
 TEST(XPath, DeepNestingIsAnErrorNotACrash)
 {

@@ -270,3 +270,16 @@ INSTANTIATE_TEST_SUITE_P(
                   L"<QueryList><Other/></QueryList>",
                   L"<QueryList><Query><Select Path=\"A\">*</Select><Other/></Query></QueryList>"), RowName());
 } // namespace
+
+namespace
+{
+TEST(QueryList, ChannelNamesDifferingInCaseAreOneChannel)
+{
+  const Query query = Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"System\">*[System[EventID=1]]</Select>"
+                                   L"</Query><Query Id=\"1\"><Select Path=\"system\">*[System[EventID=2]]</Select>"
+                                   L"<Select Path=\"/logs/System.evtx\">*</Select><Select Path=\"/logs/system.evtx\">*"
+                                   L"</Select></Query></QueryList>",
+                                   L"");
+  EXPECT_EQ(query.Channels(), (std::vector<std::wstring>{L"System", L"/logs/System.evtx", L"/logs/system.evtx"}));
+}
+} // namespace

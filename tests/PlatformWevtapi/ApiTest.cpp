@@ -191,6 +191,17 @@ TEST_F(Api, MissingChannelIsToleratedOnlyWhenAsked)
   EXPECT_EQ(ReadAll(tolerant.get()), Range(1, 5));
 }
 
+// Channel names are registry key names on Windows, which ignore case.
+TEST_F(Api, ChannelNamesDifferingInCaseAreReadOnce)
+{
+  Handle query = Query(nullptr,
+                       L"<QueryList><Query Id=\"0\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*</Select>"
+                       L"</Query><Query Id=\"1\"><Select Path=\"microsoft-windows-sysmon/operational\">*</Select>"
+                       L"</Query></QueryList>");
+  ASSERT_TRUE(query);
+  EXPECT_EQ(ReadAll(query.get()), Range(1, 5));
+}
+
 TEST_F(Api, MalformedQueryIsInvalid)
 {
   // Outside the documented subset (child and attribute axes; position(), band(), timediff()):

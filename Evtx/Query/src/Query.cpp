@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwctype>
 
 namespace evtx::query
 {
@@ -38,6 +39,18 @@ std::wstring ElementText(const pugi::xml_node& node)
   }
   return FromUtf8(text);
 }
+// Windows keeps its channels as registry keys (WINEVT\Channels), whose names are not case
+// sensitive: https://learn.microsoft.com/en-us/windows/win32/sysinfo/structure-of-the-registry.
+// A file path is compared as this system compares file names.
+bool SameChannel(std::wstring_view a, std::wstring_view b)
+{
+  const bool file = (!a.empty() && a.front() == L'/') || a.substr(0, 7) == L"file://";
+  if (file || a.size() != b.size())
+    return a == b;
+  return std::equal(a.begin(), a.end(), b.begin(),
+                    [](wchar_t x, wchar_t y) { return x == y || std::towlower(x) == std::towlower(y); });
+}
+
 // "*" or "Event" alone: selects every event.
 bool IsTrivial(const Expr& e)
 {
@@ -52,7 +65,8 @@ Query::~Query() = default;
 
 std::size_t Query::AddChannel(std::wstring_view path)
 {
-  const auto found = std::find(m_channels.begin(), m_channels.end(), path);
+  const auto found = std::find_if(m_channels.begin(), m_channels.end(),
+                                  [&](const std::wstring& known) { return SameChannel(known, path); });
   if (found != m_channels.end())
     return static_cast<std::size_t>(found - m_channels.begin());
   m_channels.emplace_back(path);

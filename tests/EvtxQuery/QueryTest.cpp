@@ -283,3 +283,42 @@ TEST(QueryList, ChannelNamesDifferingInCaseAreOneChannel)
   EXPECT_EQ(query.Channels(), (std::vector<std::wstring>{L"System", L"/logs/System.evtx", L"/logs/system.evtx"}));
 }
 } // namespace
+
+namespace
+{
+// EvtQueryTolerateQueryErrors: https://learn.microsoft.com/en-us/windows/win32/api/winevt/ne-winevt-evt_query_flags
+const wchar_t* const kOneQuoteTooMany =
+  L"<QueryList><Query Id=\"0\"><Select Path=\"Security\">*[System[Provider[@Name='O'Brien']]]</Select></Query>"
+  L"<Query Id=\"1\"><Select Path=\"System\">*[System[EventID=7036]]</Select></Query></QueryList>";
+
+TEST(QueryList, AMalformedQuerySpoilsOnlyItselfWhenErrorsAreTolerated)
+{
+  EXPECT_THROW(Query::Parse(kOneQuoteTooMany, L""), QueryError);
+  const Query query = Query::Parse(kOneQuoteTooMany, L"", true);
+  ASSERT_EQ(query.Channels(), (std::vector<std::wstring>{L"System"}));
+  EXPECT_TRUE(query.Matches(0, XmlEventView(kService), OneHourLater()));
+}
+
+TEST(QueryList, NothingWellFormedIsStillAnError)
+{
+  EXPECT_THROW(Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"System\">*[</Select></Query></QueryList>",
+                            L"", true),
+               QueryError);
+}
+
+TEST(QueryList, DroppingTheQueriesOfAChannelKeepsTheOthers)
+{
+  Query query = Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"Missing\">*</Select><Select Path=\"System\">"
+                             L"*[System[EventID=1]]</Select></Query><Query Id=\"1\"><Select Path=\"System\">"
+                             L"*[System[EventID=7036]]</Select></Query><Query Id=\"2\"><Select Path=\"Security\">*"
+                             L"</Select></Query></QueryList>",
+                             L"");
+  ASSERT_EQ(query.Channels(), (std::vector<std::wstring>{L"Missing", L"System", L"Security"}));
+  query.DropQueriesReading(0);
+  EXPECT_FALSE(query.Reads(0));
+  EXPECT_TRUE(query.Reads(1));
+  EXPECT_TRUE(query.Reads(2));
+  EXPECT_TRUE(query.Matches(1, XmlEventView(kService), OneHourLater()));
+  EXPECT_TRUE(query.SelectsAll(2));
+}
+} // namespace

@@ -202,6 +202,33 @@ TEST_F(Api, ChannelNamesDifferingInCaseAreReadOnce)
   EXPECT_EQ(ReadAll(query.get()), Range(1, 5));
 }
 
+// With EvtQueryTolerateQueryErrors a malformed <Query> (here a provider name with a quote in
+// it) or one that names a missing channel is left out and the others run:
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/ne-winevt-evt_query_flags
+TEST_F(Api, AMalformedQuerySpoilsOnlyItselfWhenTolerated)
+{
+  const wchar_t* list = L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[Provider[@Name='O'Brien']]]"
+                        L"</Select></Query><Query Id=\"1\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*"
+                        L"</Select></Query></QueryList>";
+  SetLastError(0);
+  EXPECT_FALSE(Query(nullptr, list, EvtQueryChannelPath | EvtQueryForwardDirection));
+  EXPECT_EQ(GetLastError(), ERROR_EVT_INVALID_QUERY);
+  Handle tolerant = Query(nullptr, list, 0x1101);
+  ASSERT_TRUE(tolerant);
+  EXPECT_EQ(ReadAll(tolerant.get()), Range(1, 5));
+}
+
+TEST_F(Api, AMissingChannelSpoilsOnlyItsQueryWhenTolerated)
+{
+  const wchar_t* list = L"<QueryList><Query Id=\"0\"><Select Path=\"NoSuchLog\">*</Select><Select Path=\"Application\">*"
+                        L"</Select></Query><Query Id=\"1\"><Select Path=\"Application\">*[System[EventRecordID&lt;3]]"
+                        L"</Select></Query><Query Id=\"2\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*"
+                        L"</Select></Query></QueryList>";
+  Handle tolerant = Query(nullptr, list, 0x1101);
+  ASSERT_TRUE(tolerant);
+  EXPECT_EQ(ReadAll(tolerant.get()), (std::vector<std::uint64_t>{1, 2, 1, 2, 3, 4, 5}));
+}
+
 TEST_F(Api, MalformedQueryIsInvalid)
 {
   // Outside the documented subset (child and attribute axes; position(), band(), timediff()):

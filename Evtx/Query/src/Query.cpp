@@ -73,7 +73,7 @@ std::size_t Query::AddChannel(std::wstring_view path)
   return m_channels.size() - 1;
 }
 
-void Query::AddRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath)
+Query::Rule Query::MakeRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath)
 {
   const std::wstring_view trimmedPath = Trim(path);
   if (trimmedPath.empty())
@@ -82,8 +82,58 @@ void Query::AddRule(std::size_t queryIndex, std::wstring_view path, bool suppres
   if (selection.empty())
     throw QueryError("empty XPath");
   std::shared_ptr<const Expr> expr = ParseEventXPath(selection);
-  m_rules.push_back(Rule{queryIndex, AddChannel(trimmedPath), suppress, std::move(expr)});
+  // The channel is numbered once the whole Query has compiled (see AddQuery).
+  return Rule{queryIndex, 0, suppress, std::move(expr), std::wstring(trimmedPath)};
 }
+
+void Query::AddQuery(std::vector<Rule> rules)
+{
+  for (Rule& rule : rules)
+  {
+    rule.channel = AddChannel(rule.path);
+    m_rules.push_back(std::move(rule));
+  }
+}
+
+// The rules of one <Query>; throws QueryError when any of them is malformed.
+std::vector<Query::Rule> Query::ParseQueryElement(const pugi::xml_node& node, std::size_t queryIndex)
+{
+  if (std::strcmp(node.name(), "Query") != 0)
+    throw QueryError(std::string("unexpected element <") + node.name() + "> in <QueryList>");
+  const std::wstring queryPath = FromUtf8(node.attribute("Path").value());
+  std::vector<Rule> rules;
+  bool hasSelect = false;
+  for (const pugi::xml_node& rule : node.children())
+  {
+    if (rule.type() != pugi::node_element)
+      continue;
+    const bool suppress = std::strcmp(rule.name(), "Suppress") == 0;
+    if (!suppress && std::strcmp(rule.name(), "Select") != 0)
+      throw QueryError(std::string("unexpected element <") + rule.name() + "> in <Query>");
+    const pugi::xml_attribute path = rule.attribute("Path");
+    rules.push_back(MakeRule(queryIndex, path ? FromUtf8(path.value()) : queryPath, suppress, ElementText(rule)));
+    hasSelect = hasSelect || !suppress;
+  }
+  if (!hasSelect)
+    throw QueryError("a <Query> needs at least one <Select>");
+  return rules;
+}
+
+void Query::DropQueriesReading(std::size_t channel)
+{
+  std::vector<std::size_t> spoiled;
+  for (const Rule& rule : m_rules)
+    if (rule.channel == channel)
+      spoiled.push_back(rule.queryIndex);
+  m_rules.erase(std::remove_if(m_rules.begin(), m_rules.end(),
+                               [&](const Rule& rule) {
+                                 return std::find(spoiled.begin(), spoiled.end(), rule.queryIndex) != spoiled.end();
+                               }),
+                m_rules.end());
+  Finish();
+}
+
+bool Query::Reads(std::size_t channel) const { return channel < m_groups.size() && !m_groups[channel].empty(); }
 
 void Query::Finish()
 {
@@ -122,12 +172,12 @@ void Query::Finish()
 Query Query::ParseXPath(std::wstring_view xpath, std::wstring_view channel)
 {
   Query query;
-  query.AddRule(0, channel, false, xpath);
+  query.AddQuery({MakeRule(0, channel, false, xpath)});
   query.Finish();
   return query;
 }
 
-Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel)
+Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel, bool tolerateQueryErrors)
 {
   const std::wstring_view trimmed = Trim(text);
   if (trimmed.empty())
@@ -146,31 +196,28 @@ Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel)
 
   Query query;
   std::size_t queryIndex = 0;
+  std::size_t spoiled = 0;
   for (const pugi::xml_node& node : list.children())
   {
     if (node.type() != pugi::node_element)
       continue;
-    if (std::strcmp(node.name(), "Query") != 0)
-      throw QueryError(std::string("unexpected element <") + node.name() + "> in <QueryList>");
-    const std::wstring queryPath = FromUtf8(node.attribute("Path").value());
-    bool hasSelect = false;
-    for (const pugi::xml_node& rule : node.children())
+    try
     {
-      if (rule.type() != pugi::node_element)
-        continue;
-      const bool suppress = std::strcmp(rule.name(), "Suppress") == 0;
-      if (!suppress && std::strcmp(rule.name(), "Select") != 0)
-        throw QueryError(std::string("unexpected element <") + rule.name() + "> in <Query>");
-      const pugi::xml_attribute path = rule.attribute("Path");
-      query.AddRule(queryIndex, path ? FromUtf8(path.value()) : queryPath, suppress, ElementText(rule));
-      hasSelect = hasSelect || !suppress;
+      query.AddQuery(ParseQueryElement(node, queryIndex));
     }
-    if (!hasSelect)
-      throw QueryError("a <Query> needs at least one <Select>");
+    catch (const QueryError&)
+    {
+      // Tolerating query errors, a malformed <Query> is left out and the others run.
+      if (!tolerateQueryErrors)
+        throw;
+      ++spoiled;
+    }
     ++queryIndex;
   }
   if (queryIndex == 0)
     throw QueryError("the <QueryList> holds no <Query>");
+  if (spoiled == queryIndex)
+    throw QueryError("no <Query> of the <QueryList> is well formed");
   query.Finish();
   return query;
 }

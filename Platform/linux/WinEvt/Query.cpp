@@ -67,12 +67,13 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
       directory = natc::winevt::LocalLogDirectory();
     }
 
+    const bool tolerate = (flags & EvtQueryTolerateQueryErrors) != 0;
     const std::wstring_view text = query != nullptr ? std::wstring_view(query) : std::wstring_view(L"*");
     const std::wstring_view channel = path != nullptr ? std::wstring_view(path) : std::wstring_view();
     std::optional<evtx::query::Query> compiled;
     try
     {
-      compiled.emplace(evtx::query::Query::Parse(text, channel));
+      compiled.emplace(evtx::query::Query::Parse(text, channel, tolerate));
     }
     catch (const evtx::query::QueryError&)
     {
@@ -82,22 +83,28 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
       return nullptr;
     }
 
-    const bool tolerate = (flags & EvtQueryTolerateQueryErrors) != 0;
-    std::vector<ChannelCursor> cursors;
-    for (std::size_t c = 0; c < compiled->Channels().size(); ++c)
+    std::vector<std::optional<evtx::File>> files(compiled->Channels().size());
+    for (std::size_t c = 0; c < files.size(); ++c)
     {
       evtx::File file;
       const DWORD error = OpenChannel(directory, compiled->Channels()[c], filePaths, file);
-      if (error != ERROR_SUCCESS)
+      if (error == ERROR_SUCCESS)
       {
-        // Tolerating query errors, a missing channel does not spoil the others.
-        if (tolerate)
-          continue;
+        files[c].emplace(std::move(file));
+        continue;
+      }
+      // Tolerating query errors, a missing channel spoils only the Queries that read it.
+      if (!tolerate)
+      {
         SetLastError(error);
         return nullptr;
       }
-      cursors.emplace_back(std::move(file), c, reverse, compiled->MinRecordId(c), directory);
+      compiled->DropQueriesReading(c);
     }
+    std::vector<ChannelCursor> cursors;
+    for (std::size_t c = 0; c < files.size(); ++c)
+      if (files[c] && compiled->Reads(c))
+        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c), directory);
     evtx::query::EvalContext context;
     context.nowFileTime = evtx::query::CurrentFileTime();
     return natc::winevt::Register(

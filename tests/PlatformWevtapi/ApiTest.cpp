@@ -229,6 +229,71 @@ TEST_F(Api, AMissingChannelSpoilsOnlyItsQueryWhenTolerated)
   EXPECT_EQ(ReadAll(tolerant.get()), (std::vector<std::uint64_t>{1, 2, 1, 2, 3, 4, 5}));
 }
 
+// EvtGetEventInfo(EvtEventPath) with its size protocol; the text follows the variant:
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtgeteventinfo
+std::wstring EventPath(EVT_HANDLE event)
+{
+  DWORD used = 0;
+  if (EvtGetEventInfo(event, EvtEventPath, 0, nullptr, &used) || GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+    return L"<no size>";
+  std::vector<EVT_VARIANT> buffer(used / sizeof(EVT_VARIANT) + 1);
+  if (!EvtGetEventInfo(event, EvtEventPath, used, buffer.data(), &used) || buffer[0].Type != EvtVarTypeString)
+    return L"<failed>";
+  return buffer[0].StringVal;
+}
+
+// The path of every event of a query, in order.
+std::vector<std::wstring> EventPaths(EVT_HANDLE query)
+{
+  std::vector<std::wstring> paths;
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0;
+  while (EvtNext(query, 1, &event, INFINITE, 0, &returned))
+  {
+    Handle owned(event);
+    paths.push_back(EventPath(event));
+  }
+  return paths;
+}
+
+TEST_F(Api, EventPathIsTheChannelOrFileTheEventCameFrom)
+{
+  Handle channels = Query(nullptr, L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[EventRecordID=1]]"
+                                   L"</Select><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*[System[EventRecordID=2]]"
+                                   L"</Select></Query></QueryList>");
+  ASSERT_TRUE(channels);
+  EXPECT_EQ(EventPaths(channels.get()),
+            (std::vector<std::wstring>{L"Application", L"Microsoft-Windows-Sysmon/Operational"}));
+  const std::wstring file = host.WidePath() + L"/Application.evtx";
+  Handle files(EvtQuery(nullptr, file.c_str(), L"*[System[EventRecordID=3]]", EvtQueryFilePath));
+  ASSERT_TRUE(files);
+  EXPECT_EQ(EventPaths(files.get()), (std::vector<std::wstring>{file}));
+  const std::wstring list = L"<QueryList><Query Id=\"0\"><Select Path=\"file://" + file +
+                            L"\">*[System[EventRecordID=4]]</Select></Query></QueryList>";
+  Handle scheme(EvtQuery(nullptr, nullptr, list.c_str(), EvtQueryForwardDirection));
+  ASSERT_TRUE(scheme);
+  EXPECT_EQ(EventPaths(scheme.get()), (std::vector<std::wstring>{file}));
+}
+
+TEST_F(Api, EventInfoRejectsWhatItCannotAnswer)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0, used = 0;
+  ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
+  Handle owned(event);
+  EVT_VARIANT small[1];
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventPath, sizeof small, small, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(used, sizeof(EVT_VARIANT) + sizeof(L"Application"));
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventQueryIDs, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+  EXPECT_FALSE(EvtGetEventInfo(query.get(), EvtEventPath, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventPropertyIdEND, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
 TEST_F(Api, MalformedQueryIsInvalid)
 {
   // Outside the documented subset (child and attribute axes; position(), band(), timediff()):
@@ -322,7 +387,7 @@ TEST_F(Api, RecordIdBoundSkipsOlderChunksWithoutLoadingThem)
   const std::uint32_t chunks = file.ChunkCount();
   ASSERT_GT(chunks, 3u);
   auto query = evtx::query::Query::ParseXPath(L"*[System[EventRecordID>1995]]", L"Big");
-  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string());
+  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string(), L"Big");
   std::vector<std::uint64_t> ids;
   std::shared_ptr<natc::winevt::EventObject> event;
   for (;;)

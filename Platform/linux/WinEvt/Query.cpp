@@ -15,13 +15,19 @@ constexpr DWORD kKnownFlags = EvtQueryChannelPath | EvtQueryFilePath | EvtQueryF
                               EvtQueryReverseDirection | EvtQueryTolerateQueryErrors;
 constexpr std::wstring_view kFileScheme = L"file://";
 
+// A path of the query without its file:// scheme, which marks a file among channels.
+std::wstring_view WithoutScheme(std::wstring_view path)
+{
+  return path.substr(0, kFileScheme.size()) == kFileScheme ? path.substr(kFileScheme.size()) : path;
+}
+
 // Opens the file behind one path of the query; 0 on success, else the error to report.
 DWORD OpenChannel(const std::string& directory, std::wstring_view path, bool filePaths, evtx::File& file)
 {
   std::optional<std::string> location;
-  if (path.substr(0, kFileScheme.size()) == kFileScheme)
+  if (WithoutScheme(path).size() != path.size())
   {
-    path.remove_prefix(kFileScheme.size());
+    path = WithoutScheme(path);
     filePaths = true;
   }
   if (filePaths)
@@ -104,7 +110,8 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
     std::vector<ChannelCursor> cursors;
     for (std::size_t c = 0; c < files.size(); ++c)
       if (files[c] && compiled->Reads(c))
-        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c), directory);
+        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c), directory,
+                             std::wstring(WithoutScheme(compiled->Channels()[c])));
     evtx::query::EvalContext context;
     context.nowFileTime = evtx::query::CurrentFileTime();
     return natc::winevt::Register(

@@ -7,9 +7,9 @@
 namespace natc::winevt
 {
 ChannelCursor::ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId,
-                             std::string logDirectory)
+                             std::string logDirectory, std::wstring path)
   : m_file(std::move(file)), m_channel(channel), m_reverse(reverse), m_minRecordId(minRecordId),
-    m_logDirectory(std::move(logDirectory))
+    m_logDirectory(std::move(logDirectory)), m_path(std::make_shared<const std::wstring>(std::move(path)))
 {
 }
 
@@ -127,7 +127,7 @@ ChannelCursor::Step ChannelCursor::Next(const evtx::query::Query& query, const e
     if (Accept(query, context, record))
     {
       m_delivered.Insert(record.id);
-      out = std::make_shared<EventObject>(m_chunk, record, m_logDirectory);
+      out = std::make_shared<EventObject>(m_chunk, record, m_logDirectory, m_path);
       return Step::Event;
     }
   }

@@ -36,7 +36,9 @@ public:
     End
   };
 
-  ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId, std::string logDirectory);
+  // path: the channel or file path as the query names it, which its events report.
+  ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId, std::string logDirectory,
+                std::wstring path);
 
   Step Next(const evtx::query::Query& query, const evtx::query::EvalContext& context,
             std::shared_ptr<EventObject>& out);
@@ -58,6 +60,7 @@ private:
   bool m_reverse;
   std::uint64_t m_minRecordId;
   std::string m_logDirectory;
+  std::shared_ptr<const std::wstring> m_path;
   bool m_planned = false;
   struct PlannedChunk
   {

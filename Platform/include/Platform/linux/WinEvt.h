@@ -115,7 +115,15 @@ enum EVT_VARIANT_TYPE
   EvtVarTypeEvtXml = 35
 };
 
-// Insertion values for EvtFormatMessage (accepted; messages come from a publisher's catalog).
+enum EVT_EVENT_PROPERTY_ID
+{
+  EvtEventQueryIDs = 0,
+  EvtEventPath,
+  EvtEventPropertyIdEND
+};
+
+// Insertion values for EvtFormatMessage (accepted; messages come from a publisher's catalog), and
+// the values EvtGetEventInfo returns.
 struct EVT_VARIANT
 {
   union
@@ -162,4 +170,9 @@ EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisherId, LPC
 // Sizes in characters, terminating zero included.
 BOOL EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD messageId, DWORD valueCount,
                       PEVT_VARIANT values, DWORD flags, DWORD bufferSize, LPWSTR buffer, PDWORD bufferUsed) noexcept;
+// EvtEventPath: the channel or file path the event came from, as an EvtVarTypeString variant
+// followed by its text in the caller's buffer (sizes in bytes). EvtEventQueryIDs is not provided
+// (ERROR_NOT_SUPPORTED).
+BOOL EvtGetEventInfo(EVT_HANDLE event, EVT_EVENT_PROPERTY_ID propertyId, DWORD propertyValueBufferSize,
+                     PEVT_VARIANT propertyValueBuffer, PDWORD propertyValueBufferUsed) noexcept;
 BOOL EvtClose(EVT_HANDLE object) noexcept;

@@ -3,6 +3,7 @@
 
 #include "Evtx/File.h"
 #include "Evtx/Query/Query.h"
+#include "WinEvt/Hosts.h"
 #include "WinEvt/ResultSet.h"
 
 #include <gtest/gtest.h>
@@ -41,13 +42,51 @@ protected:
   Handle session;
 };
 
-TEST(Session, UnknownHostIsUnavailable)
+// Windows opens a session without reaching the host or checking the logon; both are checked by
+// EvtQuery: https://learn.microsoft.com/en-us/windows/win32/wes/accessing-remote-computers
+TEST(Session, AnUnknownHostFailsAtTheQuery)
 {
-  SetLastError(0);
-  EXPECT_FALSE(OpenSession(L"no-such-host.invalid"));
-  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
-  EXPECT_FALSE(OpenSession(L"/no/such/natc/dir"));
-  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+  for (const wchar_t* server : {L"no-such-host.invalid", L"/no/such/natc/dir"})
+  {
+    Handle session = OpenSession(server);
+    ASSERT_TRUE(session) << "the session opens without reaching the host";
+    SetLastError(0);
+    EXPECT_FALSE(EvtQuery(session.get(), L"Application", L"*", EvtQueryChannelPath));
+    EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_FALSE(EvtOpenPublisherMetadata(session.get(), L"Natc-Test", nullptr, 0, 0));
+    EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+  }
+}
+
+// A host that checks logons: the wrong password or user fails at EvtQuery with
+// ERROR_LOGON_FAILURE, an account without rights on the logs with ERROR_ACCESS_DENIED.
+TEST(Session, CredentialsAreCheckedAtTheQuery)
+{
+  TempHost host;
+  WriteEvents(host.File("Application.evtx"), 3);
+  const std::string directory = host.Path().string();
+  struct Forget
+  {
+    std::string directory;
+    ~Forget() { natc::winevt::ForgetHostAccount(directory); }
+  } forget{directory};
+  natc::winevt::RegisterHostAccount(directory, L"admin", L"secret", true);
+  auto query = [&](const wchar_t* user, const wchar_t* password) {
+    std::wstring server = host.WidePath(), name = user, word = password;
+    EVT_RPC_LOGIN login{server.data(), name.data(), nullptr, word.data(), EvtRpcLoginAuthNegotiate};
+    Handle session(EvtOpenSession(EvtRpcLogin, &login, 0, 0));
+    EXPECT_TRUE(session) << "the session opens without checking the logon";
+    SetLastError(0);
+    Handle result(EvtQuery(session.get(), L"Application", L"*", EvtQueryChannelPath));
+    return result ? ERROR_SUCCESS : GetLastError();
+  };
+  EXPECT_EQ(query(L"ADMIN", L"secret"), ERROR_SUCCESS);
+  EXPECT_EQ(query(L"admin", L"wrong"), ERROR_LOGON_FAILURE);
+  EXPECT_EQ(query(L"someone", L"secret"), ERROR_LOGON_FAILURE);
+  natc::winevt::RegisterHostAccount(directory, L"admin", L"secret", false);
+  EXPECT_EQ(query(L"admin", L"secret"), ERROR_ACCESS_DENIED);
+  natc::winevt::ForgetHostAccount(directory);
+  EXPECT_EQ(query(L"anyone", L"anything"), ERROR_SUCCESS);
 }
 
 TEST(Session, CredentialsAreAcceptedAndLocalNamesWork)

@@ -11,14 +11,23 @@
 
 namespace natc::winevt
 {
+// What EvtOpenSession was given. As on Windows, nothing is checked when the session opens: the
+// host and the logon are checked by each call that reads from it (see Connect in Hosts.h).
 class SessionObject final : public EvtObject
 {
 public:
-  explicit SessionObject(std::string directory) : m_directory(std::move(directory)) {}
-  const std::string& Directory() const { return m_directory; }
+  SessionObject(std::wstring server, std::wstring user, std::wstring password)
+    : m_server(std::move(server)), m_user(std::move(user)), m_password(std::move(password))
+  {
+  }
+  const std::wstring& Server() const { return m_server; }
+  const std::wstring& User() const { return m_user; }
+  const std::wstring& Password() const { return m_password; }
 
 private:
-  std::string m_directory;
+  std::wstring m_server;
+  std::wstring m_user;
+  std::wstring m_password;
 };
 
 // A loaded chunk shared by the events that came from it. Decoding and rendering use the chunk's

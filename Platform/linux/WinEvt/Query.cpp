@@ -58,19 +58,10 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
   try
   {
     std::string directory;
-    if (session != nullptr)
+    if (const DWORD error = natc::winevt::Connect(session, directory); error != ERROR_SUCCESS)
     {
-      const auto sessionObject = natc::winevt::Find<natc::winevt::SessionObject>(session);
-      if (!sessionObject)
-      {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-      }
-      directory = sessionObject->Directory();
-    }
-    else
-    {
-      directory = natc::winevt::LocalLogDirectory();
+      SetLastError(error);
+      return nullptr;
     }
 
     const bool tolerate = (flags & EvtQueryTolerateQueryErrors) != 0;

@@ -3,7 +3,8 @@
 // names them ("Microsoft-Windows-Sysmon/Operational" is Microsoft-Windows-Sysmon%4Operational.evtx):
 //   - EvtOpenSession's server is an absolute directory path, or "", "localhost", "." or this
 //     machine's host name for the directory named by $NATC_EVENT_LOG_DIR (default
-//     /var/log/winevt/Logs); any other name fails with RPC_S_SERVER_UNAVAILABLE.
+//     /var/log/winevt/Logs); any other name fails with RPC_S_SERVER_UNAVAILABLE. As on Windows,
+//     the host and the logon are checked by EvtQuery, not by EvtOpenSession.
 //   - Strings are wchar_t (4 bytes here); EvtRender sizes are in bytes, EvtFormatMessage sizes in
 //     characters, as on Windows.
 // Bodies live in Platform/linux/WinEvt/.

@@ -43,7 +43,7 @@ protected:
 };
 
 // Windows opens a session without reaching the host or checking the logon; both are checked by
-// EvtQuery: https://learn.microsoft.com/en-us/windows/win32/wes/accessing-remote-computers
+// EvtQuery: https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession
 TEST(Session, AnUnknownHostFailsAtTheQuery)
 {
   for (const wchar_t* server : {L"no-such-host.invalid", L"/no/such/natc/dir"})

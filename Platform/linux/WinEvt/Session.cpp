@@ -1,7 +1,7 @@
 // EvtOpenSession and the check of a session's host and logon. Windows checks neither when the
 // session opens: an unknown host or a bad password surfaces at EvtQuery (RPC_S_SERVER_UNAVAILABLE,
 // ERROR_LOGON_FAILURE, ERROR_ACCESS_DENIED), see
-// https://learn.microsoft.com/en-us/windows/win32/wes/accessing-remote-computers
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession
 #include "Hosts.h"
 #include "Objects.h"
 

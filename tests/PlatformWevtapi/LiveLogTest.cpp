@@ -95,4 +95,40 @@ TEST_F(LiveLog, HalfWrittenRecordIsNotDelivered)
   EXPECT_EQ(Read(5), (std::vector<std::uint64_t>{6}));
 }
 
+// A log left dirty (file header flag 0x1) whose last chunk header was not rewritten after its
+// newest records: Windows scans such a log when it opens it and finds those records too
+// (https://computer.forensikblog.de/en/2007/07/evtx-file-header.html). A clean log is trusted.
+class StaleChunkHeader : public LiveLog
+{
+protected:
+  void Make(bool dirty)
+  {
+    WriteEvents(path, 10);
+    const std::vector<char> before = ReadBytes(path);
+    WriteEvents(path, 5, false, 11);
+    std::vector<char> bytes = ReadBytes(path);
+    ASSERT_GE(bytes.size(), 4096u + 512u);
+    std::copy(before.begin() + 4096, before.begin() + 4096 + 512, bytes.begin() + 4096);
+    // The flags sit outside the file header's CRC (it covers the first 120 bytes).
+    bytes[120] = static_cast<char>(dirty ? 1 : 0);
+    WriteBytes(path, bytes);
+  }
+};
+
+TEST_F(StaleChunkHeader, ADirtyLogIsReadToItsTrueEnd)
+{
+  Make(true);
+  std::vector<std::uint64_t> expected(15);
+  std::iota(expected.begin(), expected.end(), 1);
+  EXPECT_EQ(Read(0), expected);
+  EXPECT_EQ(Read(12), (std::vector<std::uint64_t>{13, 14, 15}));
+}
+
+TEST_F(StaleChunkHeader, ACleanLogEndsWhereItsHeaderSays)
+{
+  Make(false);
+  std::vector<std::uint64_t> expected(10);
+  std::iota(expected.begin(), expected.end(), 1);
+  EXPECT_EQ(Read(0), expected);
+}
 } // namespace

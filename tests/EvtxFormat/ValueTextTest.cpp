@@ -31,7 +31,18 @@ TEST(ValueText, Integers)
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 4294967295)), "4294967295");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int64, INT64_MIN)), "-9223372036854775808");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
-  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 588)), "588");
+}
+
+// Pointer-sized values as Windows shows them: 4624's ProcessId is 0x44c in Microsoft's example.
+TEST(ValueText, SizeTIsLowerCaseHex)
+{
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 0x44c)), "0x44c");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 0)), "0x0");
+  const WriterValue four{static_cast<std::uint8_t>(ValueType::SizeT), {0xef, 0xbe, 0xad, 0xde}};
+  EXPECT_EQ(Text(four), "0xdeadbeef");
+  const WriterValue array{static_cast<std::uint8_t>(static_cast<std::uint8_t>(ValueType::SizeT) | evtx::kArrayFlag),
+                          {4, 0, 0, 0, 0, 0, 0, 0, 0x4c, 4, 0, 0, 0, 0, 0, 0}};
+  EXPECT_EQ(Text(array), "0x4, 0x44c");
 }
 
 TEST(ValueText, HexIntegersAreLowerCaseWithoutPadding)

@@ -1,7 +1,8 @@
 // natc evtx: dumps and describes .evtx files with our own reader.
-//   natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]
+//   natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]
 //   natc evtx info FILE
-// xml prints each event's XML on one line (line breaks in values as character references);
+// xml prints each event's XML on one line (line breaks in values as character references, and the
+// control characters XML 1.0 forbids as their Unicode control pictures);
 // jsonl prints one object per event with its System values and EventData texts.
 #include "CommandRegistry.h"
 
@@ -140,6 +141,36 @@ void AppendJsonEvent(std::string& out, const evtx::EventTree& tree, const evtx::
   out += "]}\n";
 }
 
+// XML 1.0 forbids the C0 controls other than tab, LF and CR even as character references, and
+// Windows' EvtRender writes them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
+// https://github.com/BeanBagKing/EventFinder2/issues/5). The dump writes each as its Unicode
+// control picture, U+2400 + code (U+0003 as U+2403), so every line parses and keeps the code.
+void ReplaceForbiddenControls(std::string& xml, std::size_t from)
+{
+  const auto forbidden = [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
+  };
+  const auto first = std::find_if(xml.begin() + static_cast<std::ptrdiff_t>(from), xml.end(), forbidden);
+  if (first == xml.end())
+    return;
+  std::string rest;
+  for (auto c = first; c != xml.end(); ++c)
+  {
+    if (forbidden(*c))
+    {
+      // U+2400 + code in UTF-8: E2 90 (80 + code).
+      const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(*c))};
+      rest.append(picture, sizeof picture);
+    }
+    else
+    {
+      rest += *c;
+    }
+  }
+  xml.replace(first, xml.end(), rest);
+}
+
 #ifdef NATC_HAVE_EVTX_QUERY
 // The text of the event's System/Channel element, empty when it has none.
 void EventChannel(const evtx::query::EventView& view, std::wstring& channel)
@@ -244,6 +275,7 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
       }
       else
       {
+        const std::size_t start = out.size();
         const evtx::Status rendered = chunk->RenderXml(record, out, render);
         if (rendered != evtx::Status::Ok)
         {
@@ -252,6 +284,7 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
           ++failures;
           continue;
         }
+        ReplaceForbiddenControls(out, start);
         out += '\n';
       }
       output.MaybeFlush();
@@ -260,10 +293,13 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
   return failures == 0 ? 0 : 1;
 }
 
+constexpr const char* kDumpUsage =
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]";
+
 int Dump(const std::vector<std::string>& args)
 {
   DumpOptions options;
-  std::string target;
+  std::vector<std::string> targets;
   for (std::size_t i = 0; i < args.size(); ++i)
   {
     if (args[i] == "--format" && i + 1 < args.size())
@@ -277,17 +313,17 @@ int Dump(const std::vector<std::string>& args)
     {
       options.query = args[++i];
     }
-    else if (target.empty() && args[i].rfind("--", 0) != 0)
+    else if (args[i].rfind("--", 0) != 0)
     {
-      target = args[i];
+      targets.push_back(args[i]);
     }
     else
     {
-      throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+      throw std::invalid_argument(kDumpUsage);
     }
   }
-  if (target.empty())
-    throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+  if (targets.empty())
+    throw std::invalid_argument(kDumpUsage);
 #ifndef NATC_HAVE_EVTX_QUERY
   if (!options.query.empty())
   {
@@ -295,17 +331,23 @@ int Dump(const std::vector<std::string>& args)
     return 2;
   }
 #endif
+  // Files in the order given; a directory's .evtx files in name order.
   std::vector<std::string> files;
-  if (std::filesystem::is_directory(target))
+  for (const std::string& target : targets)
   {
-    for (const auto& entry : std::filesystem::directory_iterator(target))
-      if (entry.is_regular_file() && entry.path().extension() == ".evtx")
-        files.push_back(entry.path().string());
-    std::sort(files.begin(), files.end());
-  }
-  else
-  {
-    files.push_back(target);
+    if (std::filesystem::is_directory(target))
+    {
+      std::vector<std::string> inDirectory;
+      for (const auto& entry : std::filesystem::directory_iterator(target))
+        if (entry.is_regular_file() && entry.path().extension() == ".evtx")
+          inDirectory.push_back(entry.path().string());
+      std::sort(inDirectory.begin(), inDirectory.end());
+      files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+    }
+    else
+    {
+      files.push_back(target);
+    }
   }
   Output output;
   int result = 0;

@@ -1,4 +1,5 @@
-// Text forms of substitution values as they appear in Windows' rendered event XML.
+// Text forms of substitution values as they appear in Windows' rendered event XML (the README's
+// "Event text forms on Windows" gives the Windows-rendered source of each).
 //
 // | Type (code)         | Text form                                                       |
 // |---------------------|-----------------------------------------------------------------|

@@ -77,6 +77,16 @@ TEST(ValueText, GuidSidTimes)
   EXPECT_EQ(Text(WriterValue::SystemTime(2024, 5, 1, 10, 20, 30, 123)), "2024-05-01T10:20:30.1230000Z");
 }
 
+// MS-DTYP 2.4.2.1: an identifier authority of 2^32 or more is "0x" and 12 hex digits.
+TEST(ValueText, SidWithALargeAuthorityIsHex)
+{
+  const WriterValue large{static_cast<std::uint8_t>(ValueType::Sid),
+                          {1, 2, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 21, 0, 0, 0, 0xe8, 3, 0, 0}};
+  EXPECT_EQ(Text(large), "S-1-0x000100000000-21-1000");
+  const WriterValue below{static_cast<std::uint8_t>(ValueType::Sid), {1, 1, 0, 0, 0xff, 0xff, 0xff, 0xff, 7, 0, 0, 0}};
+  EXPECT_EQ(Text(below), "S-1-4294967295-7");
+}
+
 TEST(ValueText, StringsDropTrailingNuls)
 {
   WriterValue v = WriterValue::Text("abc");

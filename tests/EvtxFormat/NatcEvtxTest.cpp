@@ -201,6 +201,20 @@ TEST_F(NatcEvtx, InfoReportsTheDamageOfABrokenFile)
   EXPECT_TRUE(damaged);
 }
 
+TEST_F(NatcEvtx, HelpDescribesDumpAndItsQueries)
+{
+  for (const char* arguments : {"--help", "dump --help", "dump -h"})
+  {
+    SCOPED_TRACE(arguments);
+    const CommandOutput output = Evtx(arguments);
+    EXPECT_EQ(output.status, 0);
+    ASSERT_FALSE(output.lines.empty());
+    EXPECT_EQ(output.lines.front().rfind("usage: natc evtx dump FILE|DIR...", 0), 0u) << output.lines.front();
+    EXPECT_TRUE(std::any_of(output.lines.begin(), output.lines.end(),
+                            [](const std::string& line) { return line.find("--query Q") != std::string::npos; }));
+  }
+}
+
 TEST_F(NatcEvtx, BadArgumentsAndQueriesSayWhy)
 {
   const std::pair<std::string, std::string> cases[] = {

@@ -319,12 +319,34 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
 constexpr const char* kDumpUsage =
   "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]";
 
+constexpr const char* kEvtxHelp =
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]\n"
+  "       natc evtx info FILE\n"
+  "dump prints every event of the files, one per line (a directory: its .evtx files by name).\n"
+  "  --format xml    the event's XML (default); line breaks in values as &#10; and &#13;, and\n"
+  "                  the control characters XML forbids as their control pictures (U+2400 + code)\n"
+  "  --format jsonl  one JSON object per event: its System values and EventData texts\n"
+  "  --query Q       only the events Q selects, as wevtutil qe /q: does: a bare XPath such as\n"
+  "                  '*[System[EventID=4624]]' tests every event; a <QueryList> the events of\n"
+  "                  the channels its Select elements name\n"
+  "info prints a file's header and the records of each chunk.\n";
+
+bool IsHelp(const std::string& arg)
+{
+  return arg == "--help" || arg == "-h";
+}
+
 int Dump(const std::vector<std::string>& args)
 {
   DumpOptions options;
   std::vector<std::string> targets;
   for (std::size_t i = 0; i < args.size(); ++i)
   {
+    if (IsHelp(args[i]))
+    {
+      std::fputs(kEvtxHelp, stdout);
+      return 0;
+    }
     if (args[i] == "--format" && i + 1 < args.size())
     {
       const std::string& format = args[++i];
@@ -436,6 +458,11 @@ int RunEvtx(const std::vector<std::string>& args)
   if (args.empty())
     throw std::invalid_argument("usage: natc evtx dump|info ...");
   const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (IsHelp(args[0]))
+  {
+    std::fputs(kEvtxHelp, stdout);
+    return 0;
+  }
   if (args[0] == "dump")
     return Dump(rest);
   if (args[0] == "info")

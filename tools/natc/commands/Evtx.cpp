@@ -1,7 +1,8 @@
 // natc evtx: dumps and describes .evtx files with our own reader.
-//   natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]
+//   natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]
 //   natc evtx info FILE
-// xml prints each event's XML on one line (line breaks in values as character references);
+// xml prints each event's XML on one line (line breaks in values as character references, and the
+// control characters XML 1.0 forbids as their Unicode control pictures);
 // jsonl prints one object per event with its System values and EventData texts.
 #include "CommandRegistry.h"
 
@@ -18,7 +19,9 @@
 #endif
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -140,6 +143,57 @@ void AppendJsonEvent(std::string& out, const evtx::EventTree& tree, const evtx::
   out += "]}\n";
 }
 
+// XML 1.0 forbids the C0 controls other than tab, LF and CR even as character references, and
+// Windows' EvtRender writes them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
+// https://github.com/BeanBagKing/EventFinder2/issues/5). The dump writes each as its Unicode
+// control picture, U+2400 + code (U+0003 as U+2403), so every line parses and keeps the code.
+bool ForbiddenInXml(char c)
+{
+  const auto u = static_cast<unsigned char>(c);
+  return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
+}
+
+// The first forbidden control at or after `from`, or the end. Eight bytes are tested at a time
+// for any byte below 0x20, as nearly every line has none.
+std::string::iterator FindForbiddenControl(std::string& xml, std::size_t from)
+{
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+  std::size_t at = from;
+  for (; at + 8 <= xml.size(); at += 8)
+  {
+    std::uint64_t block;
+    std::memcpy(&block, xml.data() + at, 8);
+    if (((block - 0x20 * kOnes) & ~block & kHighs) == 0)
+      continue;
+    for (std::size_t k = at; k < at + 8; ++k)
+      if (ForbiddenInXml(xml[k]))
+        return xml.begin() + static_cast<std::ptrdiff_t>(k);
+  }
+  return std::find_if(xml.begin() + static_cast<std::ptrdiff_t>(at), xml.end(), ForbiddenInXml);
+}
+
+void ReplaceForbiddenControls(std::string& xml, std::size_t from)
+{
+  const auto first = FindForbiddenControl(xml, from);
+  if (first == xml.end())
+    return;
+  std::string rest;
+  for (auto c = first; c != xml.end(); ++c)
+  {
+    if (ForbiddenInXml(*c))
+    {
+      // U+2400 + code in UTF-8: E2 90 (80 + code).
+      const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(*c))};
+      rest.append(picture, sizeof picture);
+    }
+    else
+    {
+      rest += *c;
+    }
+  }
+  xml.replace(first, xml.end(), rest);
+}
+
 #ifdef NATC_HAVE_EVTX_QUERY
 // The text of the event's System/Channel element, empty when it has none.
 void EventChannel(const evtx::query::EventView& view, std::wstring& channel)
@@ -244,6 +298,7 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
       }
       else
       {
+        const std::size_t start = out.size();
         const evtx::Status rendered = chunk->RenderXml(record, out, render);
         if (rendered != evtx::Status::Ok)
         {
@@ -252,6 +307,7 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
           ++failures;
           continue;
         }
+        ReplaceForbiddenControls(out, start);
         out += '\n';
       }
       output.MaybeFlush();
@@ -260,12 +316,37 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
   return failures == 0 ? 0 : 1;
 }
 
+constexpr const char* kDumpUsage =
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]";
+
+constexpr const char* kEvtxHelp =
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]\n"
+  "       natc evtx info FILE\n"
+  "dump prints every event of the files, one per line (a directory: its .evtx files by name).\n"
+  "  --format xml    the event's XML (default); line breaks in values as &#10; and &#13;, and\n"
+  "                  the control characters XML forbids as their control pictures (U+2400 + code)\n"
+  "  --format jsonl  one JSON object per event: its System values and EventData texts\n"
+  "  --query Q       only the events Q selects, as wevtutil qe /q: does: a bare XPath such as\n"
+  "                  '*[System[EventID=4624]]' tests every event; a <QueryList> the events of\n"
+  "                  the channels its Select elements name\n"
+  "info prints a file's header and the records of each chunk.\n";
+
+bool IsHelp(const std::string& arg)
+{
+  return arg == "--help" || arg == "-h";
+}
+
 int Dump(const std::vector<std::string>& args)
 {
   DumpOptions options;
-  std::string target;
+  std::vector<std::string> targets;
   for (std::size_t i = 0; i < args.size(); ++i)
   {
+    if (IsHelp(args[i]))
+    {
+      std::fputs(kEvtxHelp, stdout);
+      return 0;
+    }
     if (args[i] == "--format" && i + 1 < args.size())
     {
       const std::string& format = args[++i];
@@ -277,17 +358,17 @@ int Dump(const std::vector<std::string>& args)
     {
       options.query = args[++i];
     }
-    else if (target.empty() && args[i].rfind("--", 0) != 0)
+    else if (args[i].rfind("--", 0) != 0)
     {
-      target = args[i];
+      targets.push_back(args[i]);
     }
     else
     {
-      throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+      throw std::invalid_argument(kDumpUsage);
     }
   }
-  if (target.empty())
-    throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+  if (targets.empty())
+    throw std::invalid_argument(kDumpUsage);
 #ifndef NATC_HAVE_EVTX_QUERY
   if (!options.query.empty())
   {
@@ -295,17 +376,23 @@ int Dump(const std::vector<std::string>& args)
     return 2;
   }
 #endif
+  // Files in the order given; a directory's .evtx files in name order.
   std::vector<std::string> files;
-  if (std::filesystem::is_directory(target))
+  for (const std::string& target : targets)
   {
-    for (const auto& entry : std::filesystem::directory_iterator(target))
-      if (entry.is_regular_file() && entry.path().extension() == ".evtx")
-        files.push_back(entry.path().string());
-    std::sort(files.begin(), files.end());
-  }
-  else
-  {
-    files.push_back(target);
+    if (std::filesystem::is_directory(target))
+    {
+      std::vector<std::string> inDirectory;
+      for (const auto& entry : std::filesystem::directory_iterator(target))
+        if (entry.is_regular_file() && entry.path().extension() == ".evtx")
+          inDirectory.push_back(entry.path().string());
+      std::sort(inDirectory.begin(), inDirectory.end());
+      files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+    }
+    else
+    {
+      files.push_back(target);
+    }
   }
   Output output;
   int result = 0;
@@ -371,6 +458,11 @@ int RunEvtx(const std::vector<std::string>& args)
   if (args.empty())
     throw std::invalid_argument("usage: natc evtx dump|info ...");
   const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (IsHelp(args[0]))
+  {
+    std::fputs(kEvtxHelp, stdout);
+    return 0;
+  }
   if (args[0] == "dump")
     return Dump(rest);
   if (args[0] == "info")

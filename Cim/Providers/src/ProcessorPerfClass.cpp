@@ -43,7 +43,7 @@ void SetTimes(Instance& cpu, const CpuTimes& times, std::uint64_t hz, std::uint6
 std::shared_ptr<const ClassDecl> ProcessorPerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Processor", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Processor", Count, PerfInstances::Named, {
       {L"PercentProcessorTime", Type::UInt64, Timer100nsInv},
       {L"PercentIdleTime", Type::UInt64, Timer100ns},
       {L"PercentUserTime", Type::UInt64, Timer100ns},

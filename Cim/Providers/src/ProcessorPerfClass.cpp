@@ -1,6 +1,6 @@
 // Win32_PerfRawData_PerfOS_Processor from /proc/stat and /proc/interrupts.
-// Times are USER_HZ ticks turned into 100 ns units; Timestamp_PerfTime counts 100 ns since boot
-// at a frequency of 10,000,000, so the Windows timer formulas give true percentages.
+// Times are USER_HZ ticks turned into 100 ns units, as Windows counts processor time; the 100 ns
+// timers are measured against Timestamp_Sys100NS, whatever the host's performance frequency.
 //
 // | Counter               | MI type | CounterType                     | Linux source (per CPU)       |
 // |-----------------------|---------|---------------------------------|------------------------------|

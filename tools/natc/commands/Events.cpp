@@ -69,7 +69,7 @@ SOptions ParseOptions(const std::vector<std::string>& arguments)
                                       option == "--event-id" || option == "--time-diff" || option == "--period" ||
                                       option == "--user" || option == "--password"
                                     ? option + " needs a value"
-                                    : "unknown option '" + option + "'");
+                                    : natc::UnknownOption(option));
     const std::string& value = arguments[++i];
     if (option == "--logs")
       options.logs = value;
@@ -88,7 +88,7 @@ SOptions ParseOptions(const std::vector<std::string>& arguments)
     else if (option == "--password")
       options.password = kelda::FromUtf8(value);
     else
-      throw std::invalid_argument("unknown option '" + option + "'");
+      throw std::invalid_argument(natc::UnknownOption(option));
   }
   if (options.logs.empty())
     throw std::invalid_argument("--logs DIR is required");
@@ -119,8 +119,7 @@ int RunEvents(const std::vector<std::string>& arguments)
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc events: %s\n%s", error.what(), usage);
-    return 2;
+    return natc::UsageError("events", error.what());
   }
 
   // Before the pool starts, so that its threads inherit the blocked signals.
@@ -141,5 +140,5 @@ int RunEvents(const std::vector<std::string>& arguments)
 }
 
 NatcCommand eventsCommand{"events", "print the records of a WindowsEvents collection over a directory of .evtx logs",
-                          &RunEvents};
+                          usage, &RunEvents};
 } // namespace

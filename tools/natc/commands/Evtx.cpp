@@ -4,6 +4,7 @@
 // xml prints each event's XML on one line (line breaks in values as character references);
 // jsonl prints one object per event with its System values and EventData texts.
 #include "CommandRegistry.h"
+#include "common/Arguments.h"
 
 #include "Platform/Windows.h"
 
@@ -260,6 +261,16 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
   return failures == 0 ? 0 : 1;
 }
 
+// Why the dump's command line stopped at `argument`.
+std::string DumpArgumentError(const std::string& argument, const std::string& target)
+{
+  if (argument == "--format" || argument == "--query")
+    return argument + " needs a value";
+  if (argument.rfind("-", 0) == 0)
+    return natc::UnknownOption(argument);
+  return "one FILE or DIR only, not '" + argument + "' after '" + target + "'";
+}
+
 int Dump(const std::vector<std::string>& args)
 {
   DumpOptions options;
@@ -270,7 +281,7 @@ int Dump(const std::vector<std::string>& args)
     {
       const std::string& format = args[++i];
       if (format != "xml" && format != "jsonl")
-        throw std::invalid_argument("--format must be xml or jsonl");
+        throw natc::CUsageError("--format must be xml or jsonl");
       options.jsonl = format == "jsonl";
     }
     else if (args[i] == "--query" && i + 1 < args.size())
@@ -283,11 +294,11 @@ int Dump(const std::vector<std::string>& args)
     }
     else
     {
-      throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+      throw natc::CUsageError(DumpArgumentError(args[i], target));
     }
   }
   if (target.empty())
-    throw std::invalid_argument("usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]");
+    throw natc::CUsageError("evtx dump needs a FILE or DIR");
 #ifndef NATC_HAVE_EVTX_QUERY
   if (!options.query.empty())
   {
@@ -317,7 +328,9 @@ int Dump(const std::vector<std::string>& args)
 int Info(const std::vector<std::string>& args)
 {
   if (args.size() != 1)
-    throw std::invalid_argument("usage: natc evtx info FILE");
+    throw natc::CUsageError(args.empty() ? "evtx info needs a FILE" : "evtx info takes one FILE");
+  if (args[0].rfind("-", 0) == 0)
+    throw natc::CUsageError(natc::UnknownOption(args[0]));
   evtx::File file;
   const evtx::Status status = file.Open(args[0]);
   if (status != evtx::Status::Ok)
@@ -369,14 +382,22 @@ int Info(const std::vector<std::string>& args)
 int RunEvtx(const std::vector<std::string>& args)
 {
   if (args.empty())
-    throw std::invalid_argument("usage: natc evtx dump|info ...");
+    throw natc::CUsageError("evtx needs a sub-command: dump or info");
   const std::vector<std::string> rest(args.begin() + 1, args.end());
   if (args[0] == "dump")
     return Dump(rest);
   if (args[0] == "info")
     return Info(rest);
-  throw std::invalid_argument("unknown evtx command '" + args[0] + "' (dump, info)");
+  throw natc::CUsageError(args[0].rfind("-", 0) == 0 ? natc::UnknownOption(args[0])
+                                                    : "unknown evtx command '" + args[0] + "' (dump, info)");
 }
 } // namespace
 
-static NatcCommand evtxCommand{"evtx", "read .evtx files: dump, info", &RunEvtx};
+static NatcCommand evtxCommand{"evtx", "read .evtx files: dump, info",
+                               "usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]\n"
+                               "       natc evtx info FILE\n"
+                               "  dump      print every event of FILE, or of every .evtx file in DIR\n"
+                               "  --query   an event query (XPath or QueryList XML) that events must match\n"
+                               "  --format  xml (one event per line, the default) or jsonl\n"
+                               "  info      describe the file header and its chunks\n",
+                               &RunEvtx};

@@ -48,13 +48,7 @@ int RunCommand(const std::vector<std::string>& arguments)
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc run: %s\n%s", error.what(), natc::run::runUsage);
-    return 2;
-  }
-  if (parsed.help)
-  {
-    std::fputs(natc::run::runUsage, stdout);
-    return 0;
+    return natc::UsageError("run", error.what());
   }
 
   // Everything is read and checked before anything starts.
@@ -125,4 +119,4 @@ int RunCommand(const std::vector<std::string>& arguments)
 } // namespace
 
 static NatcCommand runCommand{"run", "run collections from a JSON configuration (or this machine's default)",
-                              &RunCommand};
+                              natc::run::runUsage, &RunCommand};

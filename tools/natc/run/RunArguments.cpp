@@ -70,7 +70,7 @@ SRunArguments ParseRunArguments(const std::vector<std::string>& arguments)
     }
     else if (!argument.empty() && argument[0] == '-')
     {
-      throw std::invalid_argument("unknown option " + argument);
+      throw std::invalid_argument("unknown option '" + argument + "'");
     }
     else if (parsed.configFile.empty())
     {

@@ -84,6 +84,15 @@ TEST(NatcCommandLine, UnknownOptionNamesItselfAndPointsAtHelp)
   }
 }
 
+// A command line that is fine but fails while running: exit 1, not 2.
+TEST(NatcCommandLine, FailureWhileRunningExitsOne)
+{
+  const CommandOutput err = Stderr("evtx info /nonexistent/natc-no-such-file.evtx");
+  EXPECT_EQ(err.status, 1);
+  ASSERT_FALSE(err.lines.empty());
+  EXPECT_NE(err.lines.front().find("natc-no-such-file.evtx"), std::string::npos) << Joined(err);
+}
+
 TEST(NatcCommandLine, UnknownCommandExitsTwo)
 {
   const CommandOutput err = Stderr("frobnicate");

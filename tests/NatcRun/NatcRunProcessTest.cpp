@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,14 +35,20 @@ struct SProcess
 };
 
 // Starts natc with `arguments`, its stdout and stderr on pipes; XDG_CACHE_HOME points into
-// `cache` so that demo logs never land in the user's home.
-SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cache)
+// `cache` so that demo logs never land in the user's home. With `stdoutWriter`, the stdout pipe
+// holds one page only and the caller gets a second writing end of it.
+SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cache, int* stdoutWriter = nullptr)
 {
   int out[2];
   int err[2];
   if (pipe(out) != 0 || pipe(err) != 0)
   {
     throw std::runtime_error("pipe failed");
+  }
+  if (stdoutWriter != nullptr)
+  {
+    fcntl(out[1], F_SETPIPE_SZ, 4096);
+    *stdoutWriter = dup(out[1]);
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -137,6 +144,23 @@ int WaitExit(pid_t pid)
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Reads `fd` until a line contains `text`; returns what was read (all of it when natc ends first).
+std::string ReadUntilLine(int fd, const std::string& text)
+{
+  std::string read;
+  char buffer[4096];
+  while (read.find(text) == std::string::npos)
+  {
+    const ssize_t count = ::read(fd, buffer, sizeof buffer);
+    if (count <= 0)
+    {
+      break;
+    }
+    read.append(buffer, static_cast<std::size_t>(count));
+  }
+  return read;
 }
 
 // Every collection's last state line says Stopped (`someStates`: and there is at least one).
@@ -263,6 +287,34 @@ TEST_F(NatcRunProcessTest, SignalWhileReadingTheConfigurationStopsBeforeAnything
   EXPECT_EQ(WaitExit(process.pid), 0) << err;
   EXPECT_NE(err.find("terminated; 1 collections stopped, 0 records"), std::string::npos) << err;
   ExpectAllStopped(out, false);
+}
+
+// The stop is made to hang: natc's stdout is a full pipe nobody reads, so its first "Stopping"
+// line blocks. A second SIGINT still ends it at once, with 130.
+TEST_F(NatcRunProcessTest, SecondInterruptExitsAtOnce)
+{
+  const auto config = m_directory / "config.json";
+  std::ofstream(config) << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+                           " \"tasks\": [{\"host\": \"h\", \"collections\": [{\"type\": \"MiProp\", \"period\": 86400,\n"
+                           "   \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+  int writer = -1;
+  const SProcess process = Spawn({config.string()}, Cache(), &writer);
+  ASSERT_GE(writer, 0);
+  // After its first update the collection prints nothing for a day: the pipe is ours to fill.
+  ReadUntilRunning(process.out, {"MiProp"});
+  int queued = 0;
+  ASSERT_EQ(ioctl(process.out, FIONREAD, &queued), 0);
+  const std::string filler(static_cast<std::size_t>(fcntl(writer, F_GETPIPE_SZ) - queued), ' ');
+  ASSERT_EQ(write(writer, filler.data(), filler.size()), static_cast<ssize_t>(filler.size()));
+  kill(process.pid, SIGINT);
+  const std::string stopping = ReadUntilLine(process.err, "interrupt again to exit at once");
+  EXPECT_NE(stopping.find("interrupt again"), std::string::npos) << stopping;
+  kill(process.pid, SIGINT);
+  EXPECT_EQ(WaitExit(process.pid), 130);
+  close(writer);
+  ReadAll(process.out);
+  const std::string err = stopping + ReadAll(process.err);
+  EXPECT_NE(err.find("interrupted again; exiting at once"), std::string::npos) << err;
 }
 
 TEST_F(NatcRunProcessTest, LogsOptionNeedsADirectory)

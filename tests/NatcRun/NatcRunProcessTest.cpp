@@ -37,7 +37,8 @@ struct SProcess
 // Starts natc with `arguments`, its stdout and stderr on pipes; XDG_CACHE_HOME points into
 // `cache` so that demo logs never land in the user's home. With `stdoutWriter`, the stdout pipe
 // holds one page only and the caller gets a second writing end of it.
-SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cache, int* stdoutWriter = nullptr)
+SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cache, int* stdoutWriter = nullptr,
+               const std::string& logLevel = "error")
 {
   int out[2];
   int err[2];
@@ -65,7 +66,7 @@ SProcess Spawn(const std::vector<std::string>& arguments, const std::string& cac
     argv.push_back(argument.data());
   }
   argv.push_back(nullptr);
-  std::vector<std::string> environment{"XDG_CACHE_HOME=" + cache, "NATC_LOG_LEVEL=error"};
+  std::vector<std::string> environment{"XDG_CACHE_HOME=" + cache, "NATC_LOG_LEVEL=" + logLevel};
   for (char** variable = environ; *variable != nullptr; ++variable)
   {
     const std::string entry = *variable;
@@ -315,6 +316,100 @@ TEST_F(NatcRunProcessTest, SecondInterruptExitsAtOnce)
   ReadAll(process.out);
   const std::string err = stopping + ReadAll(process.err);
   EXPECT_NE(err.find("interrupted again; exiting at once"), std::string::npos) << err;
+}
+
+// --check runs the checks of a start: the JSON, the password sources, the WQL and, on this
+// machine's MI, the classes and counters. Every problem is listed by line; nothing starts.
+TEST_F(NatcRunProcessTest, CheckListsEveryProblemAndStartsNothing)
+{
+  const auto config = m_directory / "check.json";
+  std::ofstream(config)
+    << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"                                                  // 1
+       " \"users\": [{\"id\": \"u\", \"name\": \"x\", \"password\": {\"env\": \"NATC_TEST_UNSET_PASSWORD_VARIABLE\"}}],\n" // 2
+       " \"tasks\": [{\"host\": \"h\", \"collections\": [\n"                                                             // 3
+       "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_NoSuchClassAtAll\"}},\n"  // 4
+       "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\",\n"     // 5
+       "     \"condition\": \"WHERE (((\"}},\n"                                                                          // 6
+       "   {\"type\": \"MiPerf\", \"counters\": [{\"class\": \"Win32_PerfRawData_NoSuch\", \"counter\": \"X\"}]},\n"      // 7
+       "   {\"type\": \"WindowsEvents\", \"filters\": [{\"path\": \"\"}]}]}]}\n";                                         // 8
+  const SProcess process = Spawn({config.string(), "--check"}, Cache());
+  const std::string out = ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 2) << err;
+  EXPECT_TRUE(out.empty()) << out;
+  const std::string file = config.string();
+  for (const std::string expected :
+       {file + ":2: users[0].password: environment variable NATC_TEST_UNSET_PASSWORD_VARIABLE is not set",
+        file + ":4: tasks[0].collections[0].filter: this machine's MI refuses",
+        file + ":5: tasks[0].collections[1].filter: WQL", file + ":7: tasks[0].collections[2].counters[0]: ",
+        file + ":8: tasks[0].collections[3].filters[0].path: must not be empty"})
+  {
+    EXPECT_NE(("\n" + err).find("\n" + expected), std::string::npos) << expected << "\n" << err;
+  }
+}
+
+TEST_F(NatcRunProcessTest, CheckOfAGoodConfigurationExitsZeroAndStartsNothing)
+{
+  const auto config = m_directory / "good.json";
+  std::ofstream(config) << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+                           " \"tasks\": [{\"host\": \"h\", \"collections\": [\n"
+                           "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\",\n"
+                           "     \"properties\": [\"Caption\"]}},\n"
+                           "   {\"type\": \"MiPerf\", \"counters\": [{\"class\": \"Win32_PerfRawData_PerfOS_Memory\",\n"
+                           "     \"counter\": \"AvailableBytes\"}]}]}]}\n";
+  const SProcess process = Spawn({config.string(), "--check"}, Cache());
+  const std::string out = ReadAll(process.out);
+  const std::string err = ReadAll(process.err);
+  EXPECT_EQ(WaitExit(process.pid), 0) << err;
+  EXPECT_TRUE(out.empty()) << out;
+  EXPECT_NE(err.find("no problems found (2 collections)"), std::string::npos) << err;
+}
+
+// Passwords from the environment, a file and the configuration itself appear nowhere in
+// natc's output, not even at debug level; the literal one is warned about while the file is
+// readable by others, and not once it is private.
+TEST_F(NatcRunProcessTest, PasswordsComeFromEnvironmentOrFileAndAreNeverShown)
+{
+  const auto secretFile = m_directory / "pw.txt";
+  std::ofstream(secretFile) << "file-secret-5c1d\n";
+  ASSERT_EQ(setenv("NATC_TEST_PASSWORD_7f3a", "env-secret-9b2e", 1), 0);
+  const auto config = m_directory / "secrets.json";
+  std::ofstream(config)
+    << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+       " \"users\": [{\"id\": \"e\", \"name\": \".\\\\someone\", \"password\": {\"env\": \"NATC_TEST_PASSWORD_7f3a\"}},\n"
+       "   {\"id\": \"f\", \"name\": \".\\\\someone\", \"password\": {\"file\": \"pw.txt\"}},\n"
+       "   {\"id\": \"l\", \"name\": \".\\\\someone\", \"password\": \"literal-secret-3e8f\"}],\n"
+       " \"tasks\": [\n"
+       "   {\"host\": \"h\", \"user\": \"e\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]},\n"
+       "   {\"host\": \"h\", \"user\": \"f\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]},\n"
+       "   {\"host\": \"h\", \"user\": \"l\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+  const auto expectNoSecret = [](const std::string& text) {
+    for (const char* secret : {"env-secret-9b2e", "file-secret-5c1d", "literal-secret-3e8f"})
+    {
+      EXPECT_EQ(text.find(secret), std::string::npos) << secret << " in:\n" << text;
+    }
+  };
+  std::filesystem::permissions(config, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write |
+                                         std::filesystem::perms::group_read | std::filesystem::perms::others_read);
+  for (const std::vector<std::string>& arguments : {std::vector<std::string>{config.string(), "--check"},
+                                                    std::vector<std::string>{config.string(), "--duration", "0"}})
+  {
+    const SProcess process = Spawn(arguments, Cache(), nullptr, "debug");
+    const std::string out = ReadAll(process.out);
+    const std::string err = ReadAll(process.err);
+    EXPECT_EQ(WaitExit(process.pid), 0) << err;
+    expectNoSecret(out + err);
+    EXPECT_NE(err.find(config.string() + ":4: users[2].password: a literal password in a file that others can read"),
+              std::string::npos)
+      << err;
+  }
+  std::filesystem::permissions(config, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  const SProcess process = Spawn({config.string(), "--check"}, Cache(), nullptr, "debug");
+  const std::string err = ReadAll(process.err);
+  ReadAll(process.out);
+  EXPECT_EQ(WaitExit(process.pid), 0) << err;
+  EXPECT_EQ(err.find("literal password"), std::string::npos) << err;
+  unsetenv("NATC_TEST_PASSWORD_7f3a");
 }
 
 TEST_F(NatcRunProcessTest, LogsOptionNeedsADirectory)

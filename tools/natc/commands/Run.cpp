@@ -1,4 +1,4 @@
-// natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]: the collector's main job. Reads
+// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]: the collector's main job. Reads
 // a JSON configuration of hosts, users, tasks and collections (or runs the embedded default on
 // this machine), builds it through create_collector and the pools, runs it, and prints every
 // record and state change as JSON lines until SIGINT, SIGTERM or the end of --duration; then
@@ -8,11 +8,14 @@
 
 #include "common/StopSignals.h"
 #include "run/DefaultConfig.h"
+#include "run/HostCheck.h"
+#include "run/Secrets.h"
 #include "run/DemoLogs.h"
 #include "run/RunArguments.h"
 #include "run/RunConfig.h"
 #include "run/Runner.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -38,6 +41,17 @@ std::string ReadFile(const std::string& path)
   return text.str();
 }
 
+// Each problem on a line of its own, "file:line: path: reason"; returns the exit code, 2.
+int Rejected(std::vector<natc::run::SConfigProblem> problems)
+{
+  std::stable_sort(problems.begin(), problems.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
+  for (const auto& problem : problems)
+  {
+    std::fprintf(stderr, "%s\n", problem.Text().c_str());
+  }
+  return 2;
+}
+
 int RunCommand(const std::vector<std::string>& arguments)
 {
   const CStopSignals signals;
@@ -54,11 +68,12 @@ int RunCommand(const std::vector<std::string>& arguments)
   // Everything is read and checked before anything starts.
   natc::run::SRunConfig config;
   std::string source = parsed.configFile;
+  std::vector<natc::run::SConfigProblem> problems;
   try
   {
     if (!parsed.configFile.empty())
     {
-      config = natc::run::ParseRunConfig(ReadFile(parsed.configFile), parsed.configFile);
+      config = natc::run::ParseRunConfig(ReadFile(parsed.configFile), parsed.configFile, problems);
     }
     else
     {
@@ -84,8 +99,7 @@ int RunCommand(const std::vector<std::string>& arguments)
   }
   catch (const natc::run::CConfigError& error)
   {
-    std::fprintf(stderr, "natc run: %s\n", error.what());
-    return 2;
+    return Rejected(error.Problems());
   }
   catch (const std::exception& error)
   {
@@ -93,15 +107,46 @@ int RunCommand(const std::vector<std::string>& arguments)
     return 2;
   }
 
+  // Entries that failed to read leave the rest checked: every problem is listed at once.
+  const bool readCleanly = problems.empty();
+  if (!parsed.configFile.empty())
+  {
+    for (const auto& warning : natc::run::ExposedPasswordWarnings(config, source))
+    {
+      std::fprintf(stderr, "natc run: warning: %s\n", warning.Text().c_str());
+    }
+    const auto passwordProblems = natc::run::ResolvePasswords(config, source);
+    problems.insert(problems.end(), passwordProblems.begin(), passwordProblems.end());
+  }
+  const auto hostProblems = natc::run::CheckAgainstHost(config, source);
+  problems.insert(problems.end(), hostProblems.begin(), hostProblems.end());
+
   std::optional<natc::run::CRunner> runner;
   try
   {
-    runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
+    if (readCleanly)
+    {
+      runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
+    }
+  }
+  catch (const natc::run::CConfigError& error)
+  {
+    problems.insert(problems.end(), error.Problems().begin(), error.Problems().end());
   }
   catch (const std::exception& error)
   {
     std::fprintf(stderr, "natc run: %s\n", error.what());
     return 2;
+  }
+  if (!problems.empty())
+  {
+    return Rejected(problems);
+  }
+  if (parsed.check)
+  {
+    std::fprintf(stderr, "natc run: %s: no problems found (%zu collections)\n", source.c_str(),
+                 runner->CollectionCount());
+    return 0;
   }
   // A stop asked for while natc was getting ready: nothing is started.
   int signal = signals.TakePending();

@@ -98,6 +98,7 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
   }
   // Tasks without a user run as the process's own identity: the default user, no credentials.
   const GUID defaultUser = m_collector->GetUserPool()->CreateDefault(L"", L"")->GetId();
+  std::vector<SConfigProblem> refusals;
 
   for (const auto& taskConfig : config.tasks)
   {
@@ -128,7 +129,11 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
       }
       catch (const std::exception& error)
       {
-        Fail(fileName, collectionConfig.line, "\"" + type + "\" collection refused its configuration: " + Describe(error));
+        // Every refusal is listed, so that one check shows them all.
+        refusals.push_back({fileName, collectionConfig.line,
+                            collectionConfig.path + ": \"" + type + "\" collection refused its configuration: " +
+                              Describe(error)});
+        continue;
       }
       auto printer = std::make_shared<JsonLinePrinter>(collectionConfig.type, out);
       collection->Subscribe(printer);
@@ -150,6 +155,10 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
       }
       m_collections.push_back(std::move(collection));
     }
+  }
+  if (!refusals.empty())
+  {
+    throw CConfigError(std::move(refusals));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
@@ -164,6 +165,45 @@ std::string ReadUntilLine(int fd, const std::string& text)
   return read;
 }
 
+// Runs natc with stdout thrown away and stderr on a terminal; returns what the terminal showed.
+std::string RunOnTerminal(const std::vector<std::string>& arguments, const std::string& cache)
+{
+  std::vector<std::string> all{NATC_BINARY};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (auto& argument : all)
+  {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  const std::string cacheVariable = "XDG_CACHE_HOME=" + cache;
+  int terminal = -1;
+  const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (pid == 0)
+  {
+    const int null = open("/dev/null", O_WRONLY);
+    dup2(null, STDOUT_FILENO);
+    putenv(const_cast<char*>(cacheVariable.c_str()));
+    putenv(const_cast<char*>("NATC_LOG_LEVEL=error"));
+    execv(NATC_BINARY, argv.data());
+    _exit(127);
+  }
+  if (pid < 0)
+  {
+    return "forkpty failed";
+  }
+  std::string shown;
+  char buffer[4096];
+  // The terminal reports EIO once natc, its only user, has exited.
+  for (ssize_t count; (count = ::read(terminal, buffer, sizeof buffer)) > 0;)
+  {
+    shown.append(buffer, static_cast<std::size_t>(count));
+  }
+  close(terminal);
+  EXPECT_EQ(WaitExit(pid), 0) << shown;
+  return shown;
+}
+
 // Every collection's last state line says Stopped (`someStates`: and there is at least one).
 void ExpectAllStopped(const std::string& output, bool someStates = true)
 {
@@ -239,6 +279,20 @@ TEST_F(NatcRunProcessTest, DefaultRunWithDurationStopsByItselfAndWritesDemoLogs)
   EXPECT_NE(out.find("\"class\":\"MiProp\""), std::string::npos);
   EXPECT_NE(out.find("\"class\":\"MiPerf\""), std::string::npos);
   ExpectAllStopped(out);
+  // stderr is a pipe here, not a terminal: no progress line.
+  EXPECT_EQ(err.find("events/s"), std::string::npos) << err;
+}
+
+// On a terminal, natc run and natc events show the events read per channel as they come.
+TEST_F(NatcRunProcessTest, ProgressLineOnATerminal)
+{
+  const std::string run = RunOnTerminal({"run", "--duration", "1"}, Cache());
+  EXPECT_NE(run.find("System+Application: "), std::string::npos) << run;
+  EXPECT_NE(run.find(" events/s"), std::string::npos) << run;
+  const std::string logs = (std::filesystem::path(Cache()) / "natc" / "demo-logs").string();
+  const std::string events = RunOnTerminal({"events", "--logs", logs, "--channel", "System", "--once"}, Cache());
+  EXPECT_NE(events.find("\rSystem: "), std::string::npos) << events;
+  EXPECT_NE(events.find(" events/s"), std::string::npos) << events;
 }
 
 TEST_F(NatcRunProcessTest, SigtermAndSigintStopCleanly)

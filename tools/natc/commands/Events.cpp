@@ -8,6 +8,7 @@
 #include "CommandRegistry.h"
 
 #include "common/LibraryCollection.h"
+#include "common/Progress.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
@@ -135,8 +136,22 @@ int RunEvents(const std::vector<std::string>& arguments)
     filters.push_back(SFilter{channel, options.provider, options.timeDiff, options.eventIds});
   dynamic_cast<collector::ni::win_events::ICollectionInit&>(*collection).SetFilter(filters);
   dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(options.period);
-  return natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout), options.once,
-                           signals);
+  // Only a person at a terminal wants to see a long first read advance.
+  std::shared_ptr<natc::CProgressLine> progress;
+  if (natc::CProgressLine::Wanted())
+  {
+    progress = std::make_shared<natc::CProgressLine>(stderr);
+    std::string channels;
+    for (const auto& channel : options.channels)
+      channels += (channels.empty() ? "" : "+") + kelda::ToUtf8(channel);
+    progress->Name(collection->GetId(), channels);
+    collection->Subscribe(progress);
+  }
+  const int status = natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout),
+                                       options.once, signals);
+  if (progress)
+    progress->Finish();
+  return status;
 }
 
 NatcCommand eventsCommand{"events", "print the records of a WindowsEvents collection over a directory of .evtx logs",

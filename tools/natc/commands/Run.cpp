@@ -6,6 +6,7 @@
 // starts, naming the file, the line and what is wrong.
 #include "CommandRegistry.h"
 
+#include "common/Progress.h"
 #include "common/StopSignals.h"
 #include "run/DefaultConfig.h"
 #include "run/HostCheck.h"
@@ -148,6 +149,17 @@ int RunCommand(const std::vector<std::string>& arguments)
                  runner->CollectionCount());
     return 0;
   }
+  // Only a person at a terminal wants to see a long first read advance.
+  std::shared_ptr<natc::CProgressLine> progress;
+  if (natc::CProgressLine::Wanted() && !runner->EventCollections().empty())
+  {
+    progress = std::make_shared<natc::CProgressLine>(stderr);
+    for (const auto& [id, channels] : runner->EventCollections())
+    {
+      progress->Name(id, channels);
+    }
+    runner->Subscribe(progress);
+  }
   // A stop asked for while natc was getting ready: nothing is started.
   int signal = signals.TakePending();
   if (signal == 0)
@@ -156,6 +168,10 @@ int RunCommand(const std::vector<std::string>& arguments)
     signal = signals.WaitForStop(parsed.duration);
   }
   runner->Stop();
+  if (progress)
+  {
+    progress->Finish();
+  }
   std::fprintf(stderr, "natc run: %s; %zu collections stopped, %zu records\n",
                signal == SIGINT ? "interrupted" : signal == SIGTERM ? "terminated" : "duration reached",
                runner->CollectionCount(), runner->RecordCount());

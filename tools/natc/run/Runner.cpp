@@ -153,6 +153,15 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
           }
         }
       }
+      if (collectionConfig.type == L"WindowsEvents")
+      {
+        std::string channels;
+        for (const auto& filter : collectionConfig.eventFilters)
+        {
+          channels += (channels.empty() ? "" : "+") + kelda::ToUtf8(filter.Path);
+        }
+        m_eventCollections.emplace_back(collection->GetId(), channels);
+      }
       m_collections.push_back(std::move(collection));
     }
   }

@@ -15,6 +15,7 @@
 #include <cwctype>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace natc::run
 {
@@ -38,22 +39,6 @@ bool IsThisMachine(const std::wstring& host)
   return gethostname(own, sizeof own - 1) == 0 && name == Lower(kelda::FromUtf8(own));
 }
 
-// Runs `query` up to its first result; the MI API's reason when it is refused.
-std::optional<std::string> QueryFails(CMiSession& session, const std::wstring& nameSpace, const std::wstring& query)
-{
-  try
-  {
-    CMiInstanceOperation operation = session.QueryInstances(nameSpace, query);
-    operation.GetInstance();
-    operation.Close();
-    return std::nullopt;
-  }
-  catch (const std::exception& error)
-  {
-    return kelda::ToUtf8(get_description(error));
-  }
-}
-
 class CHostChecker
 {
 public:
@@ -75,7 +60,7 @@ public:
     {
       return;
     }
-    if (const auto reason = QueryFails(session(), collection.miFilter.Namespace, query))
+    if (const auto reason = refused(collection.miFilter.Namespace, query))
     {
       add(collection, ".filter", "this machine's MI refuses \"" + kelda::ToUtf8(query) + "\": " + *reason);
     }
@@ -91,7 +76,7 @@ public:
     {
       const auto& counter = collection.counters[i];
       const std::wstring query = L"SELECT " + counter.CounterName + L" FROM " + counter.ClassName;
-      if (const auto reason = QueryFails(session(), L"root/cimv2", query))
+      if (const auto reason = refused(L"root/cimv2", query))
       {
         add(collection, ".counters[" + std::to_string(i) + "]",
             "counter " + kelda::ToUtf8(counter.ClassName) + "." + kelda::ToUtf8(counter.CounterName) +
@@ -103,12 +88,30 @@ public:
   std::vector<SConfigProblem> Take() { return std::move(m_problems); }
 
 private:
+  // Runs `query` up to its first result; the MI API's reason when it is refused.
+  std::optional<std::string> refused(const std::wstring& nameSpace, const std::wstring& query)
+  {
+    try
+    {
+      CMiInstanceOperation operation = session().QueryInstances(nameSpace, query);
+      operation.GetInstance();
+      operation.Close();
+      return std::nullopt;
+    }
+    catch (const std::exception& error)
+    {
+      return kelda::ToUtf8(get_description(error));
+    }
+  }
+
   CMiSession& session()
   {
     if (!m_session)
     {
-      m_session = std::make_shared<CMiSession>(CMiApplication::CreateInstance());
-      m_session->Connect(L"localhost", L"", L"", L"");
+      // Kept only once connected, so that a failed connection is tried again (and reported).
+      auto session = std::make_shared<CMiSession>(CMiApplication::CreateInstance());
+      session->Connect(L"localhost", L"", L"", L"");
+      m_session = std::move(session);
     }
     return *m_session;
   }

@@ -1,20 +1,20 @@
-// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]: the collector's main job. Reads
-// a JSON configuration of hosts, users, tasks and collections (or runs the embedded default on
-// this machine), builds it through create_collector and the pools, runs it, and prints every
-// record and state change as JSON lines until SIGINT, SIGTERM or the end of --duration; then
-// stops everything with Stop(true) and exits 0. A bad configuration exits 2 before anything
-// starts, naming the file, the line and what is wrong.
+// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]: the collector's main
+// job. Reads a JSON configuration of hosts, users, tasks and collections (or runs the embedded
+// default on this machine), builds it through create_collector and the pools, runs it, and
+// prints every record and state change as JSON lines until SIGINT, SIGTERM or the end of
+// --duration; then stops everything with Stop(true) and exits 0. A bad configuration exits 2
+// before anything starts, with every problem as "file:line: path: reason"; --check stops there.
 #include "CommandRegistry.h"
 
 #include "common/Progress.h"
 #include "common/StopSignals.h"
 #include "run/DefaultConfig.h"
-#include "run/HostCheck.h"
-#include "run/Secrets.h"
 #include "run/DemoLogs.h"
+#include "run/HostCheck.h"
 #include "run/RunArguments.h"
 #include "run/RunConfig.h"
 #include "run/Runner.h"
+#include "run/Secrets.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
+bash scripts/check-readme-commands.sh
 jobs=$(nproc)
 
 echo "== release build and tests"

@@ -1,5 +1,5 @@
 // The machine's classes agree with what the machine itself says (uname, os-release,
-// /proc/meminfo, /proc/stat, /proc/uptime), read through the registered providers.
+// /proc/meminfo, /proc/stat, /proc/uptime, /proc/mounts), read through the registered providers.
 #include "Cim/Machine/SystemParsers.h"
 #include "Cim/Names.h"
 #include "Cim/Provider.h"
@@ -8,13 +8,16 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -272,6 +275,62 @@ TEST(MachineTruth, EveryClassEnumeratesWithDeclaredTypes)
   const auto processors = Query(L"Win32_PerfRawData_PerfOS_Processor");
   EXPECT_EQ(processors.size(), static_cast<std::size_t>(sysconf(_SC_NPROCESSORS_ONLN)) + 1);
   EXPECT_NE(FindByName(Query(L"Win32_PerfRawData_PerfDisk_PhysicalDisk"), L"_Total"), nullptr);
+}
+
+// A mount point as /proc/mounts writes it: space, tab, newline and backslash as octal escapes.
+std::string UnescapeMountField(const std::string& field)
+{
+  std::string text;
+  for (std::size_t i = 0; i < field.size(); ++i)
+  {
+    if (field[i] == '\\' && i + 3 < field.size())
+    {
+      text += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
+      i += 3;
+    }
+    else
+    {
+      text += field[i];
+    }
+  }
+  return text;
+}
+
+// Every file system on a block device that this machine shows in /proc/mounts, with blocks by
+// statvfs, is a Win32_LogicalDisk. A chroot or container may show none: then there is nothing
+// to compare with, and the test says so instead of passing silently.
+TEST(MachineTruth, LogicalDisksAreTheBlockDeviceFileSystemsOfThisMachine)
+{
+  // The last mount on a mount point is the one that is seen there.
+  std::map<std::string, std::string> sourceOf;
+  std::istringstream mounts(ReadFile("/proc/mounts"));
+  for (std::string line; std::getline(mounts, line);)
+  {
+    std::istringstream fields(line);
+    std::string source;
+    std::string mountPoint;
+    fields >> source >> mountPoint;
+    sourceOf[UnescapeMountField(mountPoint)] = source;
+  }
+  std::vector<std::string> expected;
+  for (const auto& [mountPoint, source] : sourceOf)
+  {
+    struct statvfs stats{};
+    const bool ascii = std::all_of(mountPoint.begin(), mountPoint.end(), [](char c) { return c > 0; });
+    if (source.rfind("/dev/", 0) == 0 && ascii && statvfs(mountPoint.c_str(), &stats) == 0 && stats.f_blocks > 0)
+    {
+      expected.push_back(mountPoint);
+    }
+  }
   const auto disks = Query(L"Win32_LogicalDisk");
+  if (expected.empty())
+  {
+    GTEST_SKIP() << "/proc/mounts shows no file system on a block device with blocks (" << disks.size()
+                 << " Win32_LogicalDisk instances); nothing to compare with here";
+  }
   EXPECT_FALSE(disks.empty());
+  for (const auto& mountPoint : expected)
+  {
+    EXPECT_NE(FindByName(disks, std::wstring(mountPoint.begin(), mountPoint.end())), nullptr) << mountPoint;
+  }
 }

@@ -218,10 +218,10 @@ TEST_F(NatcEvtx, HelpDescribesDumpAndItsQueries)
 TEST_F(NatcEvtx, BadArgumentsAndQueriesSayWhy)
 {
   const std::pair<std::string, std::string> cases[] = {
-    {"", "usage: natc evtx dump|info"},
-    {"dump", "usage: natc evtx dump FILE|DIR"},
+    {"", "evtx needs a sub-command: dump or info"},
+    {"dump", "evtx dump needs a FILE or DIR"},
     {"dump x.evtx --format csv", "--format must be xml or jsonl"},
-    {"info", "usage: natc evtx info FILE"},
+    {"info", "evtx info needs a FILE"},
     {"dump '" + Sample("system.evtx") + "' --query '<QueryList><Nonsense/></QueryList>'", "natc evtx:"},
   };
   for (const auto& [arguments, message] : cases)

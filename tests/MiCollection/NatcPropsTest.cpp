@@ -107,7 +107,7 @@ TEST(NatcProps, BadArgumentsExitWithTwoAndSayWhy)
     {"--class A --period x", "--period needs a whole number of seconds"},
     {"--class A --period 0", "--period needs a whole number of seconds"},
     {"--class A --property ''", "--property must not be empty"},
-    {"--class A --bogus", "unknown argument '--bogus'"},
+    {"--class A --bogus", "unknown option '--bogus'"},
   };
   for (const auto& [arguments, message] : cases)
   {

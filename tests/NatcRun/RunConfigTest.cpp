@@ -60,6 +60,9 @@ TEST(RunConfigTest, ExampleFileParsesCompletely)
   ASSERT_EQ(config.tasks.size(), 3u);
   EXPECT_EQ(config.tasks[0].user, "");
   EXPECT_EQ(config.tasks[2].user, "monitor");
+  EXPECT_EQ(config.users[0].passwordSource.kind, SPasswordSource::EKind::Environment);
+  EXPECT_EQ(config.users[0].passwordSource.name, "NATC_MONITOR_PASSWORD");
+  EXPECT_EQ(config.users[1].passwordSource.kind, SPasswordSource::EKind::File);
 
   const auto& perf = config.tasks[0].collections[0];
   EXPECT_EQ(perf.type, L"MiPerf");
@@ -210,12 +213,100 @@ TEST(JsonWithLinesTest, RecordsTheLineOfEveryValue)
   EXPECT_EQ(parsed.value["a"][1]["b/c"], true);
 }
 
+// A user entry on line 3 whose password is `password`.
+std::string WithPassword(const std::string& password)
+{
+  return "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+         " \"users\": [\n"
+         "  {\"id\": \"u\", \"name\": \"CORP\\\\svc\", \"password\": " + password + "}],\n"
+         " \"tasks\": [{\"host\": \"h\", \"user\": \"u\", \"collections\": [{\"type\": \"MiProp\",\n"
+         "   \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+}
+
+TEST(RunConfigTest, PasswordIsALiteralAnEnvironmentVariableOrAFile)
+{
+  const SRunConfig literal = ParseRunConfig(WithPassword("\"s3cret\""), "c.json");
+  EXPECT_EQ(literal.users.at(0).password, L"s3cret");
+  EXPECT_EQ(literal.users.at(0).passwordSource.kind, SPasswordSource::EKind::Literal);
+  EXPECT_EQ(literal.users.at(0).passwordSource.line, 3);
+  EXPECT_EQ(literal.users.at(0).passwordSource.path, "users[0].password");
+  const SRunConfig environment = ParseRunConfig(WithPassword("{\"env\": \"PW\"}"), "c.json");
+  EXPECT_EQ(environment.users.at(0).passwordSource.kind, SPasswordSource::EKind::Environment);
+  EXPECT_EQ(environment.users.at(0).passwordSource.name, "PW");
+  EXPECT_TRUE(environment.users.at(0).password.empty());
+  const SRunConfig file = ParseRunConfig(WithPassword("{\"file\": \"pw.txt\"}"), "c.json");
+  EXPECT_EQ(file.users.at(0).passwordSource.kind, SPasswordSource::EKind::File);
+  EXPECT_EQ(file.users.at(0).passwordSource.name, "pw.txt");
+}
+
+TEST(RunConfigTest, MalformedPasswordSourcesAreRefused)
+{
+  auto refused = [](const std::string& password, const std::string& fragment) {
+    try
+    {
+      ParseRunConfig(WithPassword(password), "bad.json");
+      ADD_FAILURE() << password;
+    }
+    catch (const CConfigError& error)
+    {
+      EXPECT_EQ(error.Line(), 3) << error.what();
+      EXPECT_NE(error.Reason().find(fragment), std::string::npos) << error.what();
+    }
+  };
+  refused("{}", "exactly one of \"env\" and \"file\"");
+  refused("{\"env\": \"A\", \"file\": \"B\"}", "exactly one of");
+  refused("{\"env\": 1}", "expected a string");
+  refused("{\"vault\": \"x\"}", "unknown key \"vault\"");
+  refused("42", "expected a string or {\"env\": NAME}");
+}
+
+// A syntax error inside a password names the line and column, not the text around it.
+TEST(RunConfigTest, SyntaxErrorDoesNotQuoteThePassword)
+{
+  try
+  {
+    ParseRunConfig(WithPassword("\"hunter2-secret\n\""), "bad.json");
+    ADD_FAILURE();
+  }
+  catch (const CConfigError& error)
+  {
+    EXPECT_EQ(std::string(error.what()).find("hunter2"), std::string::npos) << error.what();
+  }
+}
+
+// Every entry is checked: two bad collections and a bad user are three problems.
+TEST(RunConfigTest, EveryProblemIsListed)
+{
+  const std::string text = "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
+                           " \"users\": [{\"id\": \"u\", \"name\": \"x\", \"password\": {}}],\n"
+                           " \"tasks\": [{\"host\": \"h\", \"collections\": [\n"
+                           "   {\"type\": \"MIPROP\"},\n"
+                           "   {\"type\": \"MiPerf\", \"counters\": []}]}]}\n";
+  std::vector<SConfigProblem> problems;
+  ParseRunConfig(text, "bad.json", problems);
+  ASSERT_EQ(problems.size(), 3u);
+  EXPECT_EQ(problems[0].Text().rfind("bad.json:2: users[0].password: ", 0), 0u) << problems[0].Text();
+  EXPECT_EQ(problems[1].Text().rfind("bad.json:4: tasks[0].collections[0].type: ", 0), 0u) << problems[1].Text();
+  EXPECT_EQ(problems[2].Text().rfind("bad.json:5: tasks[0].collections[1].counters: ", 0), 0u) << problems[2].Text();
+  try
+  {
+    ParseRunConfig(text, "bad.json");
+    ADD_FAILURE();
+  }
+  catch (const CConfigError& error)
+  {
+    EXPECT_EQ(error.Problems().size(), 3u);
+  }
+}
+
 TEST(RunArgumentsTest, ParsesOptionsAndRefusesMistakes)
 {
   const auto parsed = ParseRunArguments({"cfg.json", "--duration", "2.5", "--threads", "3"});
   EXPECT_EQ(parsed.configFile, "cfg.json");
   EXPECT_DOUBLE_EQ(*parsed.duration, 2.5);
   EXPECT_EQ(parsed.threads, 3u);
+  EXPECT_FALSE(parsed.check);
+  EXPECT_TRUE(ParseRunArguments({"cfg.json", "--check"}).check);
   EXPECT_EQ(ParseRunArguments({"--logs", "/tmp/x"}).logDirectory, "/tmp/x");
   EXPECT_FALSE(ParseRunArguments({}).duration.has_value());
   EXPECT_THROW(ParseRunArguments({"--duration"}), std::invalid_argument);

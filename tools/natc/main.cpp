@@ -1,6 +1,10 @@
 // natc: the collector library's command-line tool. "natc COMMAND [ARGS...]".
+// Exit codes: 0 success or a clean stop, 2 a bad command line or configuration, 1 a failure
+// while running.
 #include "CommandRegistry.h"
+#include "common/Arguments.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -10,10 +14,24 @@ namespace
 {
 int Usage(std::FILE* out)
 {
-  std::fprintf(out, "usage: natc COMMAND [ARGS...]\n\ncommands:\n");
+  std::fprintf(out, "usage: natc COMMAND [ARGS...]\n       natc COMMAND --help\n\ncommands:\n");
   for (const auto& command : NatcCommands())
     std::fprintf(out, "  %-8s %s\n", command.name.c_str(), command.summary.c_str());
   return out == stdout ? 0 : 2;
+}
+
+const NatcCommandEntry* Find(const std::string& name)
+{
+  for (const auto& command : NatcCommands())
+    if (command.name == name)
+      return &command;
+  return nullptr;
+}
+
+bool AsksForHelp(const std::vector<std::string>& arguments)
+{
+  return std::any_of(arguments.begin(), arguments.end(),
+                     [](const std::string& argument) { return argument == "-h" || argument == "--help"; });
 }
 } // namespace
 
@@ -22,22 +40,42 @@ int main(int argc, char** argv)
   if (argc < 2)
     return Usage(stderr);
   const std::string name = argv[1];
-  if (name == "-h" || name == "--help" || name == "help")
+  const std::vector<std::string> arguments(argv + 2, argv + argc);
+  if (name == "-h" || name == "--help")
     return Usage(stdout);
-  for (const auto& command : NatcCommands())
+  if (name == "help")
   {
-    if (command.name != name)
-      continue;
-    try
-    {
-      return command.main(std::vector<std::string>(argv + 2, argv + argc));
-    }
-    catch (const std::exception& error)
-    {
-      std::fprintf(stderr, "natc %s: %s\n", name.c_str(), error.what());
-      return 1;
-    }
+    if (arguments.empty())
+      return Usage(stdout);
+    const NatcCommandEntry* command = Find(arguments[0]);
+    if (command == nullptr)
+      return natc::UsageError("help", "unknown command '" + arguments[0] + "'");
+    std::fputs(command->usage.c_str(), stdout);
+    return 0;
   }
-  std::fprintf(stderr, "natc: unknown command '%s'\n", name.c_str());
-  return Usage(stderr);
+  const NatcCommandEntry* command = Find(name);
+  if (command == nullptr)
+  {
+    std::fprintf(stderr, "natc: unknown command '%s'\n", name.c_str());
+    return Usage(stderr);
+  }
+  // Help is answered here, the same way for every command and sub-command.
+  if (AsksForHelp(arguments))
+  {
+    std::fputs(command->usage.c_str(), stdout);
+    return 0;
+  }
+  try
+  {
+    return command->main(arguments);
+  }
+  catch (const natc::CUsageError& error)
+  {
+    return natc::UsageError(name, error.what());
+  }
+  catch (const std::exception& error)
+  {
+    std::fprintf(stderr, "natc %s: %s\n", name.c_str(), error.what());
+    return 1;
+  }
 }

@@ -2,6 +2,7 @@
 // (period 1 s), prints their state changes and log lines, then stops them and waits.
 // A stand-in main job that shows the collection life cycle until the real collector runs.
 #include "CommandRegistry.h"
+#include "common/Arguments.h"
 
 #include "CollectionBase.h"
 #include "Collector/Interfaces/IClass.h"
@@ -126,11 +127,7 @@ int RunDemo(const std::vector<std::string>& arguments)
   {
     if (arguments[i] == "--seconds" && i + 1 < arguments.size())
     {
-      seconds = std::stoi(arguments[++i]);
-      if (seconds < 0)
-      {
-        throw std::invalid_argument("--seconds must not be negative");
-      }
+      seconds = static_cast<int>(natc::ParseNumber("--seconds", arguments[++i], 0, 86400));
     }
     else if (arguments[i] == "--debug")
     {
@@ -138,8 +135,8 @@ int RunDemo(const std::vector<std::string>& arguments)
     }
     else
     {
-      std::fprintf(stderr, "usage: natc demo [--seconds N] [--debug]\n");
-      return 2;
+      throw natc::CUsageError(arguments[i] == "--seconds" ? "--seconds needs a value"
+                                                          : natc::UnknownOption(arguments[i]));
     }
   }
 
@@ -177,5 +174,9 @@ int RunDemo(const std::vector<std::string>& arguments)
   return failures == 0 ? 0 : 1;
 }
 
-NatcCommand demoCommand{"demo", "run two demo collections for a few seconds and show their life cycle", &RunDemo};
+NatcCommand demoCommand{"demo", "run two demo collections for a few seconds and show their life cycle",
+                        "usage: natc demo [--seconds N] [--debug]\n"
+                        "  --seconds N  how long the demo collections run (default 5)\n"
+                        "  --debug      show debug log lines as well\n",
+                        &RunDemo};
 } // namespace

@@ -8,6 +8,7 @@
 #include "CommandRegistry.h"
 
 #include "common/LibraryCollection.h"
+#include "common/Progress.h"
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
@@ -69,7 +70,7 @@ SOptions ParseOptions(const std::vector<std::string>& arguments)
                                       option == "--event-id" || option == "--time-diff" || option == "--period" ||
                                       option == "--user" || option == "--password"
                                     ? option + " needs a value"
-                                    : "unknown option '" + option + "'");
+                                    : natc::UnknownOption(option));
     const std::string& value = arguments[++i];
     if (option == "--logs")
       options.logs = value;
@@ -88,7 +89,7 @@ SOptions ParseOptions(const std::vector<std::string>& arguments)
     else if (option == "--password")
       options.password = kelda::FromUtf8(value);
     else
-      throw std::invalid_argument("unknown option '" + option + "'");
+      throw std::invalid_argument(natc::UnknownOption(option));
   }
   if (options.logs.empty())
     throw std::invalid_argument("--logs DIR is required");
@@ -119,8 +120,7 @@ int RunEvents(const std::vector<std::string>& arguments)
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc events: %s\n%s", error.what(), usage);
-    return 2;
+    return natc::UsageError("events", error.what());
   }
 
   // Before the pool starts, so that its threads inherit the blocked signals.
@@ -136,10 +136,24 @@ int RunEvents(const std::vector<std::string>& arguments)
     filters.push_back(SFilter{channel, options.provider, options.timeDiff, options.eventIds});
   dynamic_cast<collector::ni::win_events::ICollectionInit&>(*collection).SetFilter(filters);
   dynamic_cast<collector::ni::ICollectionInit&>(*collection).SetUpdatePeriod(options.period);
-  return natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout), options.once,
-                           signals);
+  // Only a person at a terminal wants to see a long first read advance.
+  std::shared_ptr<natc::CProgressLine> progress;
+  if (natc::CProgressLine::Wanted())
+  {
+    progress = std::make_shared<natc::CProgressLine>(stderr);
+    std::string channels;
+    for (const auto& channel : options.channels)
+      channels += (channels.empty() ? "" : "+") + kelda::ToUtf8(channel);
+    progress->Name(collection->GetId(), channels);
+    collection->Subscribe(progress);
+  }
+  const int status = natc::RunAndPrint(made, std::make_shared<natc::JsonLinePrinter>(L"WindowsEvents", stdout),
+                                       options.once, signals);
+  if (progress)
+    progress->Finish();
+  return status;
 }
 
 NatcCommand eventsCommand{"events", "print the records of a WindowsEvents collection over a directory of .evtx logs",
-                          &RunEvents};
+                          usage, &RunEvents};
 } // namespace

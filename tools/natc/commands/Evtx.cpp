@@ -5,6 +5,7 @@
 // control characters XML 1.0 forbids as their Unicode control pictures);
 // jsonl prints one object per event with its System values and EventData texts.
 #include "CommandRegistry.h"
+#include "common/Arguments.h"
 
 #include "Platform/Windows.h"
 
@@ -316,24 +317,12 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
   return failures == 0 ? 0 : 1;
 }
 
-constexpr const char* kDumpUsage =
-  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]";
-
-constexpr const char* kEvtxHelp =
-  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]\n"
-  "       natc evtx info FILE\n"
-  "dump prints every event of the files, one per line (a directory: its .evtx files by name).\n"
-  "  --format xml    the event's XML (default); line breaks in values as &#10; and &#13;, and\n"
-  "                  the control characters XML forbids as their control pictures (U+2400 + code)\n"
-  "  --format jsonl  one JSON object per event: its System values and EventData texts\n"
-  "  --query Q       only the events Q selects, as wevtutil qe /q: does: a bare XPath such as\n"
-  "                  '*[System[EventID=4624]]' tests every event; a <QueryList> the events of\n"
-  "                  the channels its Select elements name\n"
-  "info prints a file's header and the records of each chunk.\n";
-
-bool IsHelp(const std::string& arg)
+// Why the dump's command line stopped at `argument`.
+std::string DumpArgumentError(const std::string& argument)
 {
-  return arg == "--help" || arg == "-h";
+  if (argument == "--format" || argument == "--query")
+    return argument + " needs a value";
+  return natc::UnknownOption(argument);
 }
 
 int Dump(const std::vector<std::string>& args)
@@ -342,16 +331,11 @@ int Dump(const std::vector<std::string>& args)
   std::vector<std::string> targets;
   for (std::size_t i = 0; i < args.size(); ++i)
   {
-    if (IsHelp(args[i]))
-    {
-      std::fputs(kEvtxHelp, stdout);
-      return 0;
-    }
     if (args[i] == "--format" && i + 1 < args.size())
     {
       const std::string& format = args[++i];
       if (format != "xml" && format != "jsonl")
-        throw std::invalid_argument("--format must be xml or jsonl");
+        throw natc::CUsageError("--format must be xml or jsonl");
       options.jsonl = format == "jsonl";
     }
     else if (args[i] == "--query" && i + 1 < args.size())
@@ -364,11 +348,11 @@ int Dump(const std::vector<std::string>& args)
     }
     else
     {
-      throw std::invalid_argument(kDumpUsage);
+      throw natc::CUsageError(DumpArgumentError(args[i]));
     }
   }
   if (targets.empty())
-    throw std::invalid_argument(kDumpUsage);
+    throw natc::CUsageError("evtx dump needs a FILE or DIR");
 #ifndef NATC_HAVE_EVTX_QUERY
   if (!options.query.empty())
   {
@@ -404,7 +388,9 @@ int Dump(const std::vector<std::string>& args)
 int Info(const std::vector<std::string>& args)
 {
   if (args.size() != 1)
-    throw std::invalid_argument("usage: natc evtx info FILE");
+    throw natc::CUsageError(args.empty() ? "evtx info needs a FILE" : "evtx info takes one FILE");
+  if (args[0].rfind("-", 0) == 0)
+    throw natc::CUsageError(natc::UnknownOption(args[0]));
   evtx::File file;
   const evtx::Status status = file.Open(args[0]);
   if (status != evtx::Status::Ok)
@@ -456,19 +442,27 @@ int Info(const std::vector<std::string>& args)
 int RunEvtx(const std::vector<std::string>& args)
 {
   if (args.empty())
-    throw std::invalid_argument("usage: natc evtx dump|info ...");
+    throw natc::CUsageError("evtx needs a sub-command: dump or info");
   const std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (IsHelp(args[0]))
-  {
-    std::fputs(kEvtxHelp, stdout);
-    return 0;
-  }
   if (args[0] == "dump")
     return Dump(rest);
   if (args[0] == "info")
     return Info(rest);
-  throw std::invalid_argument("unknown evtx command '" + args[0] + "' (dump, info)");
+  throw natc::CUsageError(args[0].rfind("-", 0) == 0 ? natc::UnknownOption(args[0])
+                                                    : "unknown evtx command '" + args[0] + "' (dump, info)");
 }
 } // namespace
 
-static NatcCommand evtxCommand{"evtx", "read .evtx files: dump, info", &RunEvtx};
+static NatcCommand evtxCommand{
+  "evtx", "read .evtx files: dump, info",
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl]\n"
+  "       natc evtx info FILE\n"
+  "dump prints every event of the files, one per line (a directory: its .evtx files by name).\n"
+  "  --format xml    the event's XML (default); line breaks in values as &#10; and &#13;, and\n"
+  "                  the control characters XML forbids as their control pictures (U+2400 + code)\n"
+  "  --format jsonl  one JSON object per event: its System values and EventData texts\n"
+  "  --query Q       only the events Q selects, as wevtutil qe /q: does: a bare XPath such as\n"
+  "                  '*[System[EventID=4624]]' tests every event; a <QueryList> the events of\n"
+  "                  the channels its Select elements name\n"
+  "info prints a file's header and the records of each chunk.\n",
+  &RunEvtx};

@@ -113,7 +113,7 @@ Options ParseOptions(const std::vector<std::string>& arguments)
     else if (argument == "--once")
       once = true;
     else
-      throw std::invalid_argument("unknown argument '" + argument + "'");
+      throw std::invalid_argument(natc::UnknownOption(argument));
   }
   if (options.counters.empty())
     throw std::invalid_argument("at least one --counter is needed");
@@ -218,21 +218,15 @@ private:
 
 int RunPerf(const std::vector<std::string>& arguments)
 {
-  if (!arguments.empty() && (arguments[0] == "-h" || arguments[0] == "--help"))
-  {
-    std::fputs(usage, stdout);
-    return 0;
-  }
   Options options;
-  // A bad command line is a usage error, as for the other commands: the reason, the usage, 2.
+  // A bad command line is a usage error, as for the other commands: the reason, a pointer at --help, 2.
   try
   {
     options = ParseOptions(arguments);
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc perf: %s\n%s", error.what(), usage);
-    return 2;
+    return natc::UsageError("perf", error.what());
   }
 
   auto printer = std::make_shared<natc::JsonLinePrinter>(L"MiPerf", stdout);
@@ -272,5 +266,5 @@ int RunPerf(const std::vector<std::string>& arguments)
   return 0;
 }
 
-NatcCommand perfCommand{"perf", "report raw performance counters of this machine (\"MiPerf\")", &RunPerf};
+NatcCommand perfCommand{"perf", "report raw performance counters of this machine (\"MiPerf\")", usage, &RunPerf};
 } // namespace

@@ -6,6 +6,7 @@
 #include "common/StopSignals.h"
 #include "output/JsonLines.h"
 
+#include "common/Arguments.h"
 #include "common/LibraryCollection.h"
 
 #include "KeldaKernel/Cancellation.h"
@@ -61,7 +62,7 @@ SPropsOptions ParseProps(const std::vector<std::string>& arguments)
     if (option != "--class" && option != "--property" && option != "--condition" && option != "--namespace" &&
         option != "--period")
     {
-      throw std::invalid_argument("unknown argument '" + option + "'");
+      throw std::invalid_argument(natc::UnknownOption(option));
     }
     if (i + 1 >= arguments.size())
     {
@@ -114,8 +115,7 @@ int RunProps(const std::vector<std::string>& arguments)
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc props: %s\n%s", error.what(), kUsage);
-    return 2;
+    return natc::UsageError("props", error.what());
   }
 
   // Before the pool starts, so that its threads inherit the blocked signals.
@@ -134,5 +134,5 @@ int RunProps(const std::vector<std::string>& arguments)
                            signals);
 }
 
-NatcCommand propsCommand{"props", "run a \"MiProp\" WQL collection on this machine and print JSON lines", &RunProps};
+NatcCommand propsCommand{"props", "run a \"MiProp\" WQL collection on this machine and print JSON lines", kUsage, &RunProps};
 } // namespace

@@ -1,18 +1,22 @@
-// natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]: the collector's main job. Reads
-// a JSON configuration of hosts, users, tasks and collections (or runs the embedded default on
-// this machine), builds it through create_collector and the pools, runs it, and prints every
-// record and state change as JSON lines until SIGINT, SIGTERM or the end of --duration; then
-// stops everything with Stop(true) and exits 0. A bad configuration exits 2 before anything
-// starts, naming the file, the line and what is wrong.
+// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]: the collector's main
+// job. Reads a JSON configuration of hosts, users, tasks and collections (or runs the embedded
+// default on this machine), builds it through create_collector and the pools, runs it, and
+// prints every record and state change as JSON lines until SIGINT, SIGTERM or the end of
+// --duration; then stops everything with Stop(true) and exits 0. A bad configuration exits 2
+// before anything starts, with every problem as "file:line: path: reason"; --check stops there.
 #include "CommandRegistry.h"
 
+#include "common/Progress.h"
 #include "common/StopSignals.h"
 #include "run/DefaultConfig.h"
 #include "run/DemoLogs.h"
+#include "run/HostCheck.h"
 #include "run/RunArguments.h"
 #include "run/RunConfig.h"
 #include "run/Runner.h"
+#include "run/Secrets.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -38,6 +42,17 @@ std::string ReadFile(const std::string& path)
   return text.str();
 }
 
+// Each problem on a line of its own, "file:line: path: reason"; returns the exit code, 2.
+int Rejected(std::vector<natc::run::SConfigProblem> problems)
+{
+  std::stable_sort(problems.begin(), problems.end(), [](const auto& a, const auto& b) { return a.line < b.line; });
+  for (const auto& problem : problems)
+  {
+    std::fprintf(stderr, "%s\n", problem.Text().c_str());
+  }
+  return 2;
+}
+
 int RunCommand(const std::vector<std::string>& arguments)
 {
   const CStopSignals signals;
@@ -48,23 +63,18 @@ int RunCommand(const std::vector<std::string>& arguments)
   }
   catch (const std::invalid_argument& error)
   {
-    std::fprintf(stderr, "natc run: %s\n%s", error.what(), natc::run::runUsage);
-    return 2;
-  }
-  if (parsed.help)
-  {
-    std::fputs(natc::run::runUsage, stdout);
-    return 0;
+    return natc::UsageError("run", error.what());
   }
 
   // Everything is read and checked before anything starts.
   natc::run::SRunConfig config;
   std::string source = parsed.configFile;
+  std::vector<natc::run::SConfigProblem> problems;
   try
   {
     if (!parsed.configFile.empty())
     {
-      config = natc::run::ParseRunConfig(ReadFile(parsed.configFile), parsed.configFile);
+      config = natc::run::ParseRunConfig(ReadFile(parsed.configFile), parsed.configFile, problems);
     }
     else
     {
@@ -90,8 +100,7 @@ int RunCommand(const std::vector<std::string>& arguments)
   }
   catch (const natc::run::CConfigError& error)
   {
-    std::fprintf(stderr, "natc run: %s\n", error.what());
-    return 2;
+    return Rejected(error.Problems());
   }
   catch (const std::exception& error)
   {
@@ -99,15 +108,57 @@ int RunCommand(const std::vector<std::string>& arguments)
     return 2;
   }
 
+  // Entries that failed to read leave the rest checked: every problem is listed at once.
+  const bool readCleanly = problems.empty();
+  if (!parsed.configFile.empty())
+  {
+    for (const auto& warning : natc::run::ExposedPasswordWarnings(config, source))
+    {
+      std::fprintf(stderr, "natc run: warning: %s\n", warning.Text().c_str());
+    }
+    const auto passwordProblems = natc::run::ResolvePasswords(config, source);
+    problems.insert(problems.end(), passwordProblems.begin(), passwordProblems.end());
+  }
+  const auto hostProblems = natc::run::CheckAgainstHost(config, source);
+  problems.insert(problems.end(), hostProblems.begin(), hostProblems.end());
+
   std::optional<natc::run::CRunner> runner;
   try
   {
-    runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
+    if (readCleanly)
+    {
+      runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
+    }
+  }
+  catch (const natc::run::CConfigError& error)
+  {
+    problems.insert(problems.end(), error.Problems().begin(), error.Problems().end());
   }
   catch (const std::exception& error)
   {
     std::fprintf(stderr, "natc run: %s\n", error.what());
     return 2;
+  }
+  if (!problems.empty())
+  {
+    return Rejected(problems);
+  }
+  if (parsed.check)
+  {
+    std::fprintf(stderr, "natc run: %s: no problems found (%zu collections)\n", source.c_str(),
+                 runner->CollectionCount());
+    return 0;
+  }
+  // Only a person at a terminal wants to see a long first read advance.
+  std::shared_ptr<natc::CProgressLine> progress;
+  if (natc::CProgressLine::Wanted() && !runner->EventCollections().empty())
+  {
+    progress = std::make_shared<natc::CProgressLine>(stderr);
+    for (const auto& [id, channels] : runner->EventCollections())
+    {
+      progress->Name(id, channels);
+    }
+    runner->Subscribe(progress);
   }
   // A stop asked for while natc was getting ready: nothing is started.
   int signal = signals.TakePending();
@@ -117,6 +168,10 @@ int RunCommand(const std::vector<std::string>& arguments)
     signal = signals.WaitForStop(parsed.duration);
   }
   runner->Stop();
+  if (progress)
+  {
+    progress->Finish();
+  }
   std::fprintf(stderr, "natc run: %s; %zu collections stopped, %zu records\n",
                signal == SIGINT ? "interrupted" : signal == SIGTERM ? "terminated" : "duration reached",
                runner->CollectionCount(), runner->RecordCount());
@@ -125,4 +180,4 @@ int RunCommand(const std::vector<std::string>& arguments)
 } // namespace
 
 static NatcCommand runCommand{"run", "run collections from a JSON configuration (or this machine's default)",
-                              &RunCommand};
+                              natc::run::runUsage, &RunCommand};

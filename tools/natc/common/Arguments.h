@@ -1,5 +1,5 @@
-// Command-line number parsing shared by the natc commands: a whole decimal number within a
-// range, or std::invalid_argument naming the option, the range and the text given.
+// Command-line checking shared by the natc commands: the usage error that main() reports with
+// exit 2, the text for an unknown option, and a whole decimal number within a range.
 #pragma once
 
 #include <exception>
@@ -8,6 +8,19 @@
 
 namespace natc
 {
+// A command line natc does not accept; main() prints the reason and points at --help (exit 2).
+class CUsageError : public std::invalid_argument
+{
+public:
+  using std::invalid_argument::invalid_argument;
+};
+
+inline std::string UnknownOption(const std::string& option)
+{
+  return "unknown option '" + option + "'";
+}
+
+// Throws CUsageError naming the option, the range and the text given.
 inline long long ParseNumber(const std::string& option, const std::string& text, long long low, long long high)
 {
   std::size_t used = 0;
@@ -22,8 +35,8 @@ inline long long ParseNumber(const std::string& option, const std::string& text,
     used = 0;
   }
   if (used != text.size() || text.empty() || value < low || value > high)
-    throw std::invalid_argument(option + " needs a number from " + std::to_string(low) + " to " +
-                                std::to_string(high) + ", not '" + text + "'");
+    throw CUsageError(option + " needs a number from " + std::to_string(low) + " to " + std::to_string(high) +
+                      ", not '" + text + "'");
   return value;
 }
 } // namespace natc

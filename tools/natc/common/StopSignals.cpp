@@ -1,8 +1,10 @@
 #include "common/StopSignals.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 
 CStopSignals::CStopSignals()
@@ -13,16 +15,51 @@ CStopSignals::CStopSignals()
   pthread_sigmask(SIG_BLOCK, &m_set, &m_previous);
 }
 
+namespace
+{
+// Only async-signal-safe calls: the stop that was asked for first may be what hangs.
+void ExitAtOnce(int)
+{
+  constexpr char message[] = "natc: interrupted again; exiting at once\n";
+  const ssize_t ignored = write(STDERR_FILENO, message, sizeof message - 1);
+  static_cast<void>(ignored);
+  _exit(130);
+}
+} // namespace
+
 CStopSignals::~CStopSignals()
 {
   pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+  if (m_armed)
+  {
+    sigaction(SIGINT, &m_previousAction, nullptr);
+  }
+}
+
+int CStopSignals::armSecondInterrupt(int signal) const
+{
+  if (signal <= 0 || m_armed)
+  {
+    return signal > 0 ? signal : 0;
+  }
+  m_armed = true;
+  struct sigaction action{};
+  action.sa_handler = &ExitAtOnce;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGINT, &action, &m_previousAction);
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  // Only this thread takes it: the workers keep it blocked, so the handler runs here.
+  pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
+  std::fputs("natc: stopping; interrupt again to exit at once\n", stderr);
+  return signal;
 }
 
 int CStopSignals::TakePending() const
 {
   const timespec now{0, 0};
-  const int signal = sigtimedwait(&m_set, nullptr, &now);
-  return signal > 0 ? signal : 0;
+  return armSecondInterrupt(sigtimedwait(&m_set, nullptr, &now));
 }
 
 int CStopSignals::WaitForStop(std::optional<double> seconds) const
@@ -51,7 +88,7 @@ int CStopSignals::WaitForStop(std::optional<double> seconds) const
     }
     if (signal > 0)
     {
-      return signal;
+      return armSecondInterrupt(signal);
     }
     // EINTR (another signal) or EAGAIN (timeout): the loop checks the deadline again.
   }

@@ -86,8 +86,14 @@ int LineOfTokenEnd(std::string_view text, std::size_t consumed)
 
 // The parser's reason without its own "[json.exception...] parse error at line L, column C: "
 // prefix, which counts differently from us.
-std::string PlainReason(const std::string& message)
+// The parser's text without its "; last read: '...'" tail, which can quote a password.
+std::string PlainReason(std::string message)
 {
+  const std::size_t lastRead = message.find("; last read: ");
+  if (lastRead != std::string::npos)
+  {
+    message.erase(lastRead);
+  }
   const std::size_t column = message.find("column ");
   if (column != std::string::npos)
   {

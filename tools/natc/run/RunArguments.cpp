@@ -6,15 +6,20 @@
 namespace natc::run
 {
 const char* const runUsage =
-  "usage: natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]\n"
+  "usage: natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]\n"
   "  CONFIG        JSON configuration of hosts, users, tasks and collections (see\n"
   "                examples/natc-run.json); without it, this machine's counters, its\n"
-  "                operating system and the event logs of DIR (or generated demo logs)\n"
+  "                operating system and the event logs of DIR (or generated demo logs).\n"
+  "                A user's \"password\" is a string, {\"env\": \"NAME\"} or {\"file\": \"PATH\"}\n"
+  "  --check       check the configuration as a start would (WQL, counter classes on this\n"
+  "                machine's MI, filters), list every problem, start nothing; exit 0 or 2\n"
   "  --duration S  stop after S seconds (default: run until SIGINT or SIGTERM)\n"
   "  --logs DIR    event log directory (.evtx files) for the default configuration\n"
   "  --threads N   worker threads (default: one per core, at least two)\n"
   "Prints every record and state change as one JSON line on stdout; logs go to stderr\n"
-  "(level from NATC_LOG_LEVEL: debug, info, error, off).\n";
+  "(level from NATC_LOG_LEVEL: debug, info, error, off). Exit status: 0 a clean stop, 2 a bad\n"
+  "command line or configuration, 1 a failure while running; SIGINT or SIGTERM stop everything\n"
+  "with Stop(true), a second SIGINT exits at once (130).\n";
 
 namespace
 {
@@ -34,9 +39,9 @@ SRunArguments ParseRunArguments(const std::vector<std::string>& arguments)
   for (std::size_t i = 0; i < arguments.size(); ++i)
   {
     const std::string& argument = arguments[i];
-    if (argument == "-h" || argument == "--help")
+    if (argument == "--check")
     {
-      parsed.help = true;
+      parsed.check = true;
     }
     else if (argument == "--duration")
     {
@@ -70,7 +75,7 @@ SRunArguments ParseRunArguments(const std::vector<std::string>& arguments)
     }
     else if (!argument.empty() && argument[0] == '-')
     {
-      throw std::invalid_argument("unknown option " + argument);
+      throw std::invalid_argument("unknown option '" + argument + "'");
     }
     else if (parsed.configFile.empty())
     {

@@ -1,5 +1,5 @@
 // The command line of `natc run`, parsed without side effects:
-//   natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]
+//   natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]
 #pragma once
 
 #include <optional>
@@ -19,7 +19,8 @@ struct SRunArguments
   std::string logDirectory;
   // Worker threads of the pool; 0: one per core, at least two.
   unsigned threads = 0;
-  bool help = false;
+  // Check the configuration as a start would, start nothing, exit.
+  bool check = false;
 };
 
 // Throws std::invalid_argument with a message for the user.

@@ -326,6 +326,32 @@ SCollectionConfig ReadCollection(const CChecker& check, const SAt& at, int line)
   return collection;
 }
 
+// A string is the password itself; {"env": NAME} or {"file": PATH} says where to find it.
+void ReadPassword(const CChecker& check, const SAt& at, SUserConfig& user, int line)
+{
+  SPasswordSource& source = user.passwordSource;
+  source.line = line;
+  source.path = at.path;
+  if (at.value.is_string())
+  {
+    user.password = check.Text(at, true);
+    return;
+  }
+  if (!at.value.is_object())
+  {
+    check.Fail(at, std::string("expected a string or {\"env\": NAME} or {\"file\": PATH}, found ") +
+                     TypeName(at.value));
+  }
+  check.Object(at, {"env", "file"});
+  if (check.Has(at, "env") == check.Has(at, "file"))
+  {
+    check.Fail(at, "expected exactly one of \"env\" and \"file\"");
+  }
+  const bool environment = check.Has(at, "env");
+  source.kind = environment ? SPasswordSource::EKind::Environment : SPasswordSource::EKind::File;
+  source.name = check.String(at.Member(environment ? "env" : "file"), false);
+}
+
 std::string UniqueId(const CChecker& check, const SAt& entry, std::set<std::string>& seen, const char* kind)
 {
   const SAt idAt = check.Required(entry, "id");
@@ -338,15 +364,45 @@ std::string UniqueId(const CChecker& check, const SAt& entry, std::set<std::stri
 }
 } // namespace
 
+namespace
+{
+std::string Joined(const std::vector<SConfigProblem>& problems)
+{
+  std::string text;
+  for (const auto& problem : problems)
+  {
+    text += (text.empty() ? "" : "\n") + problem.Text();
+  }
+  return text;
+}
+} // namespace
+
 CConfigError::CConfigError(std::string file, int line, std::string reason)
-  : std::runtime_error(file + ":" + std::to_string(line) + ": " + reason),
-    m_file(std::move(file)),
-    m_line(line),
-    m_reason(std::move(reason))
+  : CConfigError(std::vector<SConfigProblem>{{std::move(file), line, std::move(reason)}})
 {
 }
 
+CConfigError::CConfigError(std::vector<SConfigProblem> problems)
+  : std::runtime_error(Joined(problems)), m_problems(std::move(problems))
+{
+  if (m_problems.empty())
+  {
+    m_problems.push_back({"", 0, "no problem given"});
+  }
+}
+
 SRunConfig ParseRunConfig(std::string_view text, const std::string& fileName)
+{
+  std::vector<SConfigProblem> problems;
+  SRunConfig config = ParseRunConfig(text, fileName, problems);
+  if (!problems.empty())
+  {
+    throw CConfigError(std::move(problems));
+  }
+  return config;
+}
+
+SRunConfig ParseRunConfig(std::string_view text, const std::string& fileName, std::vector<SConfigProblem>& problems)
 {
   SJsonWithLines document;
   try
@@ -362,73 +418,106 @@ SRunConfig ParseRunConfig(std::string_view text, const std::string& fileName)
   const SAt root{document.value, "", ""};
   check.Object(root, {"hosts", "users", "tasks"});
 
+  // Each entry is checked on its own, so that one run lists the problems of every entry.
+  const auto collect = [&problems](const auto& read) {
+    try
+    {
+      read();
+    }
+    catch (const CConfigError& error)
+    {
+      problems.insert(problems.end(), error.Problems().begin(), error.Problems().end());
+    }
+  };
+
   SRunConfig config;
   std::set<std::string> hostIds;
-  const SAt hosts = check.Required(root, "hosts");
-  check.Array(hosts, false);
-  for (std::size_t i = 0; i < hosts.value.size(); ++i)
-  {
-    const SAt entry = hosts.Element(i);
-    check.Object(entry, {"id", "name"});
-    SHostConfig host;
-    host.id = UniqueId(check, entry, hostIds, "host");
-    host.name = check.Text(check.Required(entry, "name"), false);
-    config.hosts.push_back(std::move(host));
-  }
+  collect([&] {
+    const SAt hosts = check.Required(root, "hosts");
+    check.Array(hosts, false);
+    for (std::size_t i = 0; i < hosts.value.size(); ++i)
+    {
+      collect([&] {
+        const SAt entry = hosts.Element(i);
+        check.Object(entry, {"id", "name"});
+        SHostConfig host;
+        host.id = UniqueId(check, entry, hostIds, "host");
+        host.name = check.Text(check.Required(entry, "name"), false);
+        config.hosts.push_back(std::move(host));
+      });
+    }
+  });
 
   std::set<std::string> userIds;
-  if (check.Has(root, "users"))
-  {
+  collect([&] {
+    if (!check.Has(root, "users"))
+    {
+      return;
+    }
     const SAt users = root.Member("users");
     check.Array(users, true);
     for (std::size_t i = 0; i < users.value.size(); ++i)
     {
-      const SAt entry = users.Element(i);
-      check.Object(entry, {"id", "name", "password"});
-      SUserConfig user;
-      user.id = UniqueId(check, entry, userIds, "user");
-      user.name = check.Text(check.Required(entry, "name"), true);
-      if (check.Has(entry, "password"))
-      {
-        user.password = check.Text(entry.Member("password"), true);
-      }
-      config.users.push_back(std::move(user));
+      collect([&] {
+        const SAt entry = users.Element(i);
+        check.Object(entry, {"id", "name", "password"});
+        SUserConfig user;
+        user.id = UniqueId(check, entry, userIds, "user");
+        user.name = check.Text(check.Required(entry, "name"), true);
+        if (check.Has(entry, "password"))
+        {
+          const SAt password = entry.Member("password");
+          ReadPassword(check, password, user, document.LineOf(password.pointer));
+        }
+        config.users.push_back(std::move(user));
+      });
     }
-  }
+  });
 
-  const SAt tasks = check.Required(root, "tasks");
-  check.Array(tasks, false);
-  for (std::size_t i = 0; i < tasks.value.size(); ++i)
-  {
-    const SAt entry = tasks.Element(i);
-    check.Object(entry, {"name", "host", "user", "collections"});
-    STaskConfig task;
-    task.line = document.LineOf(entry.pointer);
-    task.name = check.Has(entry, "name") ? check.Text(entry.Member("name"), true) : L"task" + std::to_wstring(i);
-    const SAt host = check.Required(entry, "host");
-    task.host = check.String(host, false);
-    if (hostIds.count(task.host) == 0)
+  collect([&] {
+    const SAt tasks = check.Required(root, "tasks");
+    check.Array(tasks, false);
+    for (std::size_t i = 0; i < tasks.value.size(); ++i)
     {
-      check.Fail(host, "no host with id \"" + task.host + "\" in \"hosts\"");
+      collect([&] {
+        const SAt entry = tasks.Element(i);
+        check.Object(entry, {"name", "host", "user", "collections"});
+        STaskConfig task;
+        task.line = document.LineOf(entry.pointer);
+        task.name = check.Has(entry, "name") ? check.Text(entry.Member("name"), true) : L"task" + std::to_wstring(i);
+        collect([&] {
+          const SAt host = check.Required(entry, "host");
+          task.host = check.String(host, false);
+          if (hostIds.count(task.host) == 0)
+          {
+            check.Fail(host, "no host with id \"" + task.host + "\" in \"hosts\"");
+          }
+        });
+        collect([&] {
+          if (check.Has(entry, "user"))
+          {
+            const SAt user = entry.Member("user");
+            task.user = check.String(user, false);
+            if (userIds.count(task.user) == 0)
+            {
+              check.Fail(user, "no user with id \"" + task.user + "\" in \"users\"");
+            }
+          }
+        });
+        const SAt collections = check.Required(entry, "collections");
+        check.Array(collections, false);
+        for (std::size_t k = 0; k < collections.value.size(); ++k)
+        {
+          collect([&] {
+            const SAt collection = collections.Element(k);
+            task.collections.push_back(ReadCollection(check, collection, document.LineOf(collection.pointer)));
+            task.collections.back().path = collection.path;
+          });
+        }
+        config.tasks.push_back(std::move(task));
+      });
     }
-    if (check.Has(entry, "user"))
-    {
-      const SAt user = entry.Member("user");
-      task.user = check.String(user, false);
-      if (userIds.count(task.user) == 0)
-      {
-        check.Fail(user, "no user with id \"" + task.user + "\" in \"users\"");
-      }
-    }
-    const SAt collections = check.Required(entry, "collections");
-    check.Array(collections, false);
-    for (std::size_t k = 0; k < collections.value.size(); ++k)
-    {
-      const SAt collection = collections.Element(k);
-      task.collections.push_back(ReadCollection(check, collection, document.LineOf(collection.pointer)));
-    }
-    config.tasks.push_back(std::move(task));
-  }
+  });
   return config;
 }
 } // namespace natc::run

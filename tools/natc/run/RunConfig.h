@@ -17,19 +17,29 @@
 
 namespace natc::run
 {
-// A rejected configuration: "<file>:<line>: <reason>".
+// One problem of a configuration: "<file>:<line>: <path>: <reason>".
+struct SConfigProblem
+{
+  std::string file;
+  int line = 0;
+  std::string reason;
+
+  std::string Text() const { return file + ":" + std::to_string(line) + ": " + reason; }
+};
+
+// A rejected configuration: one line per problem, the first one's parts by File/Line/Reason.
 class CConfigError : public std::runtime_error
 {
 public:
   CConfigError(std::string file, int line, std::string reason);
-  const std::string& File() const noexcept { return m_file; }
-  int Line() const noexcept { return m_line; }
-  const std::string& Reason() const noexcept { return m_reason; }
+  explicit CConfigError(std::vector<SConfigProblem> problems);
+  const std::string& File() const noexcept { return m_problems.front().file; }
+  int Line() const noexcept { return m_problems.front().line; }
+  const std::string& Reason() const noexcept { return m_problems.front().reason; }
+  const std::vector<SConfigProblem>& Problems() const noexcept { return m_problems; }
 
 private:
-  std::string m_file;
-  int m_line;
-  std::string m_reason;
+  std::vector<SConfigProblem> m_problems;
 };
 
 struct SHostConfig
@@ -38,11 +48,31 @@ struct SHostConfig
   std::wstring name;
 };
 
+// Where a user's password comes from: the configuration itself, an environment variable or a
+// file (whose path is relative to the configuration's directory).
+struct SPasswordSource
+{
+  enum class EKind
+  {
+    Literal,
+    Environment,
+    File
+  };
+  EKind kind = EKind::Literal;
+  // The variable's name or the file's path; empty for a literal.
+  std::string name;
+  int line = 0;
+  // "users[0].password", for messages.
+  std::string path;
+};
+
 struct SUserConfig
 {
   std::string id;
   std::wstring name;
+  // The literal password; filled from the source by ResolvePasswords for the others.
   std::wstring password;
+  SPasswordSource passwordSource;
 };
 
 struct SCollectionConfig
@@ -56,6 +86,8 @@ struct SCollectionConfig
   collector::ni::mi::Filter miFilter;
   std::vector<collector::ni::performance::IMiPerfCollectionInit::CounterFilter> counters;
   int line = 0;
+  // "tasks[0].collections[1]", for messages.
+  std::string path;
 };
 
 struct STaskConfig
@@ -77,4 +109,7 @@ struct SRunConfig
 
 // Parses and checks `text`, naming `fileName` in errors; throws CConfigError.
 SRunConfig ParseRunConfig(std::string_view text, const std::string& fileName);
+// The same, but keeps going: returns the entries that are right and adds a problem for every
+// one that is not (a syntax error still throws CConfigError, as nothing can be read then).
+SRunConfig ParseRunConfig(std::string_view text, const std::string& fileName, std::vector<SConfigProblem>& problems);
 } // namespace natc::run

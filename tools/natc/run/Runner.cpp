@@ -98,6 +98,7 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
   }
   // Tasks without a user run as the process's own identity: the default user, no credentials.
   const GUID defaultUser = m_collector->GetUserPool()->CreateDefault(L"", L"")->GetId();
+  std::vector<SConfigProblem> refusals;
 
   for (const auto& taskConfig : config.tasks)
   {
@@ -128,7 +129,11 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
       }
       catch (const std::exception& error)
       {
-        Fail(fileName, collectionConfig.line, "\"" + type + "\" collection refused its configuration: " + Describe(error));
+        // Every refusal is listed, so that one check shows them all.
+        refusals.push_back({fileName, collectionConfig.line,
+                            collectionConfig.path + ": \"" + type + "\" collection refused its configuration: " +
+                              Describe(error)});
+        continue;
       }
       auto printer = std::make_shared<JsonLinePrinter>(collectionConfig.type, out);
       collection->Subscribe(printer);
@@ -148,8 +153,21 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
           }
         }
       }
+      if (collectionConfig.type == L"WindowsEvents")
+      {
+        std::string channels;
+        for (const auto& filter : collectionConfig.eventFilters)
+        {
+          channels += (channels.empty() ? "" : "+") + kelda::ToUtf8(filter.Path);
+        }
+        m_eventCollections.emplace_back(collection->GetId(), channels);
+      }
       m_collections.push_back(std::move(collection));
     }
+  }
+  if (!refusals.empty())
+  {
+    throw CConfigError(std::move(refusals));
   }
 }
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace natc
@@ -44,6 +45,8 @@ public:
   void Stop();
 
   std::size_t CollectionCount() const noexcept { return m_collections.size(); }
+  // Each "WindowsEvents" collection with its channels ("System+Security"), for a progress line.
+  const std::vector<std::pair<GUID, std::string>>& EventCollections() const noexcept { return m_eventCollections; }
   std::size_t RecordCount() const;
   // The final state of each collection (after Stop).
   std::vector<collector::ni::ICollectionTypes::States> States() const;
@@ -55,6 +58,7 @@ private:
   std::shared_ptr<collector::ni::ICollector> m_collector;
   std::vector<std::shared_ptr<collector::ni::ICollection>> m_collections;
   std::vector<std::shared_ptr<JsonLinePrinter>> m_printers;
+  std::vector<std::pair<GUID, std::string>> m_eventCollections;
   bool m_stopped = false;
 };
 } // namespace natc::run

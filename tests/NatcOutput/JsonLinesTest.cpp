@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <limits>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -83,4 +86,40 @@ TEST(JsonLines, StateLineNamesTheState)
             R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"WindowsEvents",)"
             R"("state":"Error","description":"The parameter is incorrect."})");
   EXPECT_EQ(natc::StateName(static_cast<ICollectionTypes::States>(9)), L"Unknown");
+}
+
+TEST(JsonLines, TextsAreEscapedAndKeptAsUtf8)
+{
+  CRecordOnVectorNoKey record(0, 2);
+  record.AddField(Name(L"s"), FieldValue(tstring(L"q\"b\\n\nt\t\x01 \u00E9\U0001F600")));
+  record.AddField(Name(L"nan"), FieldValue(std::numeric_limits<double>::quiet_NaN()));
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"C", record),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"C","type":0,)"
+            R"("fields":{"s":"q\"b\\n\nt\t\u0001 )" "\xC3\xA9\xF0\x9F\x98\x80" R"(","nan":null}})");
+}
+
+TEST(JsonLines, PrinterWritesItsLinesInOrderByTheStateLine)
+{
+  std::FILE* file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  {
+    auto printer = std::make_shared<natc::JsonLinePrinter>(L"C", file);
+    for (int i = 0; i < 3; ++i)
+    {
+      auto record = std::make_shared<CRecordOnVectorNoKey>(0, 1);
+      record->AddField(Name(L"i"), FieldValue(static_cast<__int64>(i)));
+      const std::shared_ptr<collector::ni::IRecord> records[] = {record};
+      printer->OnRecords(kCollection, records);
+    }
+    // A state line goes out at once, with every line before it.
+    printer->OnStateChanged(kCollection, FixedState(ICollectionTypes::Running, L""));
+    std::rewind(file);
+    std::string text(4096, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    const std::string head = R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"C",)";
+    EXPECT_EQ(text, head + R"("type":0,"fields":{"i":0}})" "\n" + head + R"("type":0,"fields":{"i":1}})" "\n" +
+                      head + R"("type":0,"fields":{"i":2}})" "\n" + head + R"("state":"Running","description":""})" "\n");
+    EXPECT_EQ(printer->RecordCount(), 3u);
+  }
+  std::fclose(file);
 }

@@ -1,4 +1,5 @@
 #include "output/JsonLines.h"
+#include "output/JsonString.h"
 
 #include "Collector.Interfaces.Impl.h"
 
@@ -122,4 +123,15 @@ TEST(JsonLines, PrinterWritesItsLinesInOrderByTheStateLine)
     EXPECT_EQ(printer->RecordCount(), 3u);
   }
   std::fclose(file);
+}
+
+TEST(JsonLines, BrokenWideCharactersBecomeReplacementCharacters)
+{
+  std::vector<char> buffer;
+  std::wstring text = L"a";
+  text += static_cast<wchar_t>(0xD800);
+  text += L"\x1F";
+  const std::string quoted(buffer.data(), natc::QuoteJsonString(text, buffer));
+  EXPECT_EQ(quoted, "\"a\xEF\xBF\xBD\\u001F\"");
+  EXPECT_EQ(std::string(buffer.data(), natc::QuoteJsonString(L"", buffer)), "\"\"");
 }

@@ -2,8 +2,8 @@
 
 #include "Collector.Interfaces.Impl.h"
 #include "KeldaKernel/Strings.h"
+#include "output/JsonString.h"
 
-#include <fmt/format.h>
 #include <rapidjson/writer.h>
 
 #include <algorithm>
@@ -118,10 +118,28 @@ std::size_t FormatDateTime(const COleDateTimeEx& time, char (&text)[dateTimeSize
   SYSTEMTIME parts{};
   if (time.GetStatus() != COleDateTimeEx::valid || !time.GetAsSystemTime(parts))
     return 0;
-  const auto end = fmt::format_to_n(text, dateTimeSize, "{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", parts.wYear,
-                                    parts.wMonth, parts.wDay, parts.wHour, parts.wMinute, parts.wSecond,
-                                    parts.wMilliseconds);
-  return std::min(end.size, dateTimeSize);
+  // Fixed-width digits, written directly: this runs once per record.
+  char* out = text;
+  const auto digits = [&out](unsigned value, int width) {
+    for (int k = width - 1; k >= 0; --k, value /= 10)
+      out[k] = static_cast<char>('0' + value % 10);
+    out += width;
+  };
+  digits(parts.wYear, 4);
+  *out++ = '-';
+  digits(parts.wMonth, 2);
+  *out++ = '-';
+  digits(parts.wDay, 2);
+  *out++ = 'T';
+  digits(parts.wHour, 2);
+  *out++ = ':';
+  digits(parts.wMinute, 2);
+  *out++ = ':';
+  digits(parts.wSecond, 2);
+  *out++ = '.';
+  digits(parts.wMilliseconds, 3);
+  *out++ = 'Z';
+  return static_cast<std::size_t>(out - text);
 }
 
 std::string FormatDateTime(const COleDateTimeEx& time)
@@ -132,16 +150,24 @@ std::string FormatDateTime(const COleDateTimeEx& time)
 
 void CJsonLineWriter::String(std::wstring_view text)
 {
-  m_utf8.clear();
-  kelda::AppendUtf8(m_utf8, text);
-  m_writer.String(m_utf8.data(), static_cast<rapidjson::SizeType>(m_utf8.size()));
+  // The writer places a key or a value by its position alike: a quoted string is either.
+  m_writer.RawValue(m_quoted.data(), QuoteJsonString(text, m_quoted), rapidjson::kStringType);
 }
 
 void CJsonLineWriter::Key(std::wstring_view text)
 {
-  m_utf8.clear();
-  kelda::AppendUtf8(m_utf8, text);
-  m_writer.Key(m_utf8.data(), static_cast<rapidjson::SizeType>(m_utf8.size()));
+  // Records of one collection repeat the same few names: quote each once.
+  for (const auto& [name, quoted] : m_keys)
+  {
+    if (name == text)
+    {
+      m_writer.RawValue(quoted.data(), quoted.size(), rapidjson::kStringType);
+      return;
+    }
+  }
+  String(text);
+  if (m_keys.size() < maxKeys)
+    m_keys.emplace_back(tstring(text), std::string(m_quoted.data(), QuoteJsonString(text, m_quoted)));
 }
 
 void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection,

@@ -22,6 +22,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace natc
 {
@@ -50,8 +52,10 @@ public:
   void Key(std::wstring_view text);
 
 private:
+  static constexpr std::size_t maxKeys = 64;
   Writer m_writer;
-  std::string m_utf8;
+  std::vector<char> m_quoted;
+  std::vector<std::pair<std::wstring, std::string>> m_keys;
 };
 
 // Prints every record and state change of the collections it is subscribed to, one line each.

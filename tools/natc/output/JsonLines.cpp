@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace natc
 {
@@ -150,8 +151,12 @@ std::string FormatDateTime(const COleDateTimeEx& time)
 
 void CJsonLineWriter::String(std::wstring_view text)
 {
-  // The writer places a key or a value by its position alike: a quoted string is either.
-  m_writer.RawValue(m_quoted.data(), QuoteJsonString(text, m_quoted), rapidjson::kStringType);
+  // An empty raw value has the writer put the separator a key or a value needs at this place;
+  // the quoted text then goes straight into the output, in one pass.
+  m_writer.RawValue("", 0, rapidjson::kStringType);
+  const std::size_t worst = QuotedJsonSize(text.size());
+  char* const at = m_out->Push(worst);
+  m_out->Pop(worst - QuoteJsonString(text, at));
 }
 
 void CJsonLineWriter::Key(std::wstring_view text)
@@ -161,19 +166,24 @@ void CJsonLineWriter::Key(std::wstring_view text)
   {
     if (name == text)
     {
-      m_writer.RawValue(quoted.data(), quoted.size(), rapidjson::kStringType);
+      m_writer.RawValue("", 0, rapidjson::kStringType);
+      std::memcpy(m_out->Push(quoted.size()), quoted.data(), quoted.size());
       return;
     }
   }
   String(text);
   if (m_keys.size() < maxKeys)
-    m_keys.emplace_back(tstring(text), std::string(m_quoted.data(), QuoteJsonString(text, m_quoted)));
+  {
+    std::vector<char> quoted;
+    m_keys.emplace_back(tstring(text), std::string(quoted.data(), QuoteJsonString(text, quoted)));
+  }
 }
 
 void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection,
                                        std::string_view className, collector::ni::IRecord& record)
 {
   m_writer.Reset(out);
+  m_out = &out;
   Writer& writer = m_writer;
   CJsonLineWriter& text = *this;
   WriteHeader(writer, collection, className);
@@ -203,6 +213,7 @@ void CJsonLineWriter::AppendStateLine(rapidjson::StringBuffer& out, std::string_
                                       std::string_view className, const ICollectionTypes::IState& state)
 {
   m_writer.Reset(out);
+  m_out = &out;
   Writer& writer = m_writer;
   CJsonLineWriter& text = *this;
   WriteHeader(writer, collection, className);

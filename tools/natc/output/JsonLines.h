@@ -54,7 +54,7 @@ public:
 private:
   static constexpr std::size_t maxKeys = 64;
   Writer m_writer;
-  std::vector<char> m_quoted;
+  rapidjson::StringBuffer* m_out = nullptr;
   std::vector<std::pair<std::wstring, std::string>> m_keys;
 };
 

@@ -9,7 +9,7 @@ namespace
 {
 constexpr char32_t replacement = 0xFFFD;
 
-char* PutUtf8(char* out, char32_t c)
+char* PutUtf8(char* out, char32_t c) noexcept
 {
   if (c < 0x800)
   {
@@ -32,7 +32,7 @@ char* PutUtf8(char* out, char32_t c)
   return out;
 }
 
-char* PutEscape(char* out, char32_t c)
+char* PutEscape(char* out, char32_t c) noexcept
 {
   static constexpr char hex[] = "0123456789ABCDEF";
   *out++ = '\\';
@@ -58,11 +58,15 @@ char* PutEscape(char* out, char32_t c)
 
 std::size_t QuoteJsonString(std::wstring_view text, std::vector<char>& buffer)
 {
-  // Six bytes per character at most (\u00XX), and the quotes.
-  const std::size_t worst = text.size() * 6 + 2;
+  const std::size_t worst = QuotedJsonSize(text.size());
   if (buffer.size() < worst)
     buffer.resize(worst);
-  char* out = buffer.data();
+  return QuoteJsonString(text, buffer.data());
+}
+
+std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
+{
+  char* out = start;
   *out++ = '"';
   const std::size_t size = text.size();
   for (std::size_t i = 0; i < size; ++i)
@@ -94,6 +98,6 @@ std::size_t QuoteJsonString(std::wstring_view text, std::vector<char>& buffer)
     out = PutUtf8(out, c);
   }
   *out++ = '"';
-  return static_cast<std::size_t>(out - buffer.data());
+  return static_cast<std::size_t>(out - start);
 }
 } // namespace natc

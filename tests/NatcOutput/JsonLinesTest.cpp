@@ -135,3 +135,20 @@ TEST(JsonLines, BrokenWideCharactersBecomeReplacementCharacters)
   EXPECT_EQ(quoted, "\"a\xEF\xBF\xBD\\u001F\"");
   EXPECT_EQ(std::string(buffer.data(), natc::QuoteJsonString(L"", buffer)), "\"\"");
 }
+
+TEST(JsonLines, QuotingMatchesAtEveryBlockPosition)
+{
+  // Texts longer than a block, with a character that needs work at every position.
+  const std::wstring specials[] = {L"\"", L"\\", L"\n", L"\x01", L"\u00E9", L"\x7F"};
+  const std::string quoted[] = {"\\\"", "\\\\", "\\n", "\\u0001", "\xC3\xA9", "\x7F"};
+  std::vector<char> buffer;
+  for (std::size_t kind = 0; kind < std::size(specials); ++kind)
+  {
+    for (std::size_t at = 0; at < 40; ++at)
+    {
+      const std::wstring text = std::wstring(at, L'a') + specials[kind] + std::wstring(40 - at, L'b');
+      const std::string expected = "\"" + std::string(at, 'a') + quoted[kind] + std::string(40 - at, 'b') + "\"";
+      ASSERT_EQ(std::string(buffer.data(), natc::QuoteJsonString(text, buffer)), expected) << kind << " " << at;
+    }
+  }
+}

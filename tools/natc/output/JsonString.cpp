@@ -3,6 +3,10 @@
 #include <cstdint>
 #include <type_traits>
 
+#if defined(__SSE2__)
+#  include <emmintrin.h>
+#endif
+
 namespace natc
 {
 namespace
@@ -71,6 +75,36 @@ std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
   const std::size_t size = text.size();
   for (std::size_t i = 0; i < size; ++i)
   {
+#if defined(__SSE2__)
+    if constexpr (sizeof(wchar_t) == 4)
+    {
+      // Sixteen characters at a time while none needs escaping or encoding: most texts are
+      // plain ASCII.
+      while (i + 16 <= size)
+      {
+        const auto* from = reinterpret_cast<const __m128i*>(text.data() + i);
+        __m128i parts[4];
+        __m128i bad = _mm_setzero_si128();
+        for (int k = 0; k < 4; ++k)
+        {
+          const __m128i v = _mm_loadu_si128(from + k);
+          parts[k] = v;
+          bad = _mm_or_si128(bad, _mm_or_si128(_mm_cmplt_epi32(v, _mm_set1_epi32(0x20)),
+                                               _mm_cmpgt_epi32(v, _mm_set1_epi32(0x7F))));
+          bad = _mm_or_si128(bad, _mm_or_si128(_mm_cmpeq_epi32(v, _mm_set1_epi32('"')),
+                                               _mm_cmpeq_epi32(v, _mm_set1_epi32('\\'))));
+        }
+        if (_mm_movemask_epi8(bad) != 0)
+          break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(_mm_packs_epi32(parts[0], parts[1]),
+                                                                             _mm_packs_epi32(parts[2], parts[3])));
+        out += 16;
+        i += 16;
+      }
+      if (i >= size)
+        break;
+    }
+#endif
     auto c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
     if (c >= 0x20 && c < 0x80)
     {

@@ -84,22 +84,26 @@ std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
       {
         const auto* from = reinterpret_cast<const __m128i*>(text.data() + i);
         __m128i parts[4];
-        __m128i bad = _mm_setzero_si128();
+        std::uint64_t bad = 0;
         for (int k = 0; k < 4; ++k)
         {
           const __m128i v = _mm_loadu_si128(from + k);
           parts[k] = v;
-          bad = _mm_or_si128(bad, _mm_or_si128(_mm_cmplt_epi32(v, _mm_set1_epi32(0x20)),
-                                               _mm_cmpgt_epi32(v, _mm_set1_epi32(0x7F))));
-          bad = _mm_or_si128(bad, _mm_or_si128(_mm_cmpeq_epi32(v, _mm_set1_epi32('"')),
-                                               _mm_cmpeq_epi32(v, _mm_set1_epi32('\\'))));
+          const __m128i outside = _mm_or_si128(_mm_cmplt_epi32(v, _mm_set1_epi32(0x20)),
+                                               _mm_cmpgt_epi32(v, _mm_set1_epi32(0x7F)));
+          const __m128i quote = _mm_or_si128(_mm_cmpeq_epi32(v, _mm_set1_epi32('"')),
+                                             _mm_cmpeq_epi32(v, _mm_set1_epi32('\\')));
+          bad |= static_cast<std::uint64_t>(_mm_movemask_epi8(_mm_or_si128(outside, quote))) << (16 * k);
         }
-        if (_mm_movemask_epi8(bad) != 0)
-          break;
+        // All sixteen are stored (the buffer has room); only those before the first that needs
+        // work are kept.
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(_mm_packs_epi32(parts[0], parts[1]),
                                                                              _mm_packs_epi32(parts[2], parts[3])));
-        out += 16;
-        i += 16;
+        const std::size_t plain = bad == 0 ? 16 : static_cast<std::size_t>(__builtin_ctzll(bad)) / 4;
+        out += plain;
+        i += plain;
+        if (plain < 16)
+          break;
       }
       if (i >= size)
         break;

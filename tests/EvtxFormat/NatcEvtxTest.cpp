@@ -245,7 +245,10 @@ TEST_F(NatcEvtx, EveryXmlLineOfEverySampleParsesWithPythonsXmlEtree)
   {
     SCOPED_TRACE(name);
     // Records that do not decode are reported on stderr and left out, as without the pipe.
-    const CommandOutput output = Evtx("dump '" + Sample(name + ".evtx") + "' 2>/dev/null | " + kParseEachLine);
+    std::string arguments = "dump '" + Sample(name + ".evtx");
+    arguments += "' 2>/dev/null | ";
+    arguments += kParseEachLine;
+    const CommandOutput output = Evtx(arguments);
     ASSERT_EQ(output.status, 0);
     ASSERT_FALSE(output.lines.empty());
     std::size_t lines = 0, bad = 1;

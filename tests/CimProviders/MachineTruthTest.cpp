@@ -4,13 +4,12 @@
 #include "Cim/Names.h"
 #include "Cim/Provider.h"
 
+#include "TestSupport/ChildProcess.h"
+
 #include <gtest/gtest.h>
 
-#include <signal.h>
-#include <spawn.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,8 +19,6 @@
 #include <map>
 #include <sstream>
 #include <thread>
-
-extern char** environ;
 
 namespace
 {
@@ -71,36 +68,6 @@ std::uint64_t MeminfoKb(const char* field)
   return cim::machine::Lookup(cim::machine::ParseMeminfo(ReadFile("/proc/meminfo")), field).value_or(0);
 }
 
-// A child process for the test's lifetime: spawned here, killed and reaped on destruction.
-class ChildProcess
-{
-public:
-  explicit ChildProcess(std::vector<std::string> args)
-  {
-    std::vector<char*> argv;
-    argv.reserve(args.size() + 1);
-    for (auto& arg : args)
-      argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    if (posix_spawn(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-      m_pid = -1;
-  }
-  ~ChildProcess()
-  {
-    if (m_pid > 0)
-    {
-      kill(m_pid, SIGKILL);
-      int status = 0;
-      waitpid(m_pid, &status, 0);
-    }
-  }
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-  pid_t pid() const { return m_pid; }
-
-private:
-  pid_t m_pid = -1;
-};
 } // namespace
 
 TEST(MachineTruth, OperatingSystemAgreesWithUnameOsReleaseAndMeminfo)

@@ -14,13 +14,12 @@
 #include "Cim/Provider.h"
 #include "Cim/Testing/TestHost.h"
 
+#include "TestSupport/ChildProcess.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,8 +28,6 @@
 #include <fstream>
 #include <memory>
 #include <sstream>
-
-extern char** environ;
 
 namespace
 {
@@ -84,36 +81,6 @@ private:
   CMiPerformanceLoader m_loader{std::make_shared<CLog>(nullptr, L"[MiLoader]")};
 };
 
-// A child process for the test's lifetime: spawned here, killed and reaped on destruction.
-class ChildProcess
-{
-public:
-  explicit ChildProcess(std::vector<std::string> args)
-  {
-    std::vector<char*> argv;
-    argv.reserve(args.size() + 1);
-    for (auto& arg : args)
-      argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    if (posix_spawn(&m_pid, argv[0], nullptr, nullptr, argv.data(), environ) != 0)
-      m_pid = -1;
-  }
-  ~ChildProcess()
-  {
-    if (m_pid > 0)
-    {
-      kill(m_pid, SIGKILL);
-      int status = 0;
-      waitpid(m_pid, &status, 0);
-    }
-  }
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-  pid_t pid() const { return m_pid; }
-
-private:
-  pid_t m_pid = -1;
-};
 
 // Two loads around a second of busy user time on this thread, so that the percentages are far
 // from zero whatever else the machine does.

@@ -5,8 +5,37 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string_view>
 #include <utility>
+
+namespace
+{
+// Pulls every instance of a query, handing each to `check`; returns how many there were.
+int ForEachInstance(MI_Session& session, const MI_Char* nameSpace, const MI_Char* query,
+                    const std::function<void(const MI_Instance&)>& check)
+{
+  MI_Operation operation = MI_OPERATION_NULL;
+  MI_Session_QueryInstances(&session, 0, nullptr, nameSpace, L"WQL", query, nullptr, &operation);
+  int instances = 0;
+  MI_Boolean more = MI_TRUE;
+  while (more)
+  {
+    const MI_Instance* instance = nullptr;
+    MI_Result result = MI_RESULT_OK;
+    EXPECT_EQ(MI_Operation_GetInstance(&operation, &instance, &more, &result, nullptr, nullptr), MI_RESULT_OK);
+    EXPECT_EQ(result, MI_RESULT_OK);
+    if (result != MI_RESULT_OK)
+      break;
+    if (!instance)
+      continue;
+    ++instances;
+    check(*instance);
+  }
+  MI_Operation_Close(&operation);
+  return instances;
+}
+} // namespace
 
 TEST(MiMachine, LocalDestinationsOpenAndQueryRootCimv2)
 {
@@ -40,45 +69,33 @@ TEST(MiMachine, ProcessorCountersCarryTheirCounterType)
   MI_Session session = MI_SESSION_NULL;
   ASSERT_EQ(MI_Application_NewSession(&application, L"WMIDCOM", L"localhost", nullptr, nullptr, nullptr, &session),
             MI_RESULT_OK);
-  MI_Operation operation = MI_OPERATION_NULL;
-  MI_Session_QueryInstances(&session, 0, nullptr, L"root\\cimv2", L"WQL",
-                            L"SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,PercentProcessorTime FROM "
-                            L"Win32_PerfRawData_PerfOS_Processor",
-                            nullptr, &operation);
   bool total = false;
-  int instances = 0;
-  MI_Boolean more = MI_TRUE;
-  while (more)
-  {
-    const MI_Instance* instance = nullptr;
-    MI_Result result = MI_RESULT_OK;
-    ASSERT_EQ(MI_Operation_GetInstance(&operation, &instance, &more, &result, nullptr, nullptr), MI_RESULT_OK);
-    ASSERT_EQ(result, MI_RESULT_OK);
-    if (!instance)
-      continue;
-    ++instances;
-    MI_Value value;
-    MI_Type type;
-    MI_Uint32 flags;
-    ASSERT_EQ(MI_Instance_GetElement(instance, L"Name", &value, &type, &flags, nullptr), MI_RESULT_OK);
-    ASSERT_EQ(type, MI_STRING);
-    total = total || std::wstring_view(value.string) == L"_Total";
-    ASSERT_EQ(MI_Instance_GetElement(instance, L"PercentProcessorTime", &value, &type, &flags, nullptr), MI_RESULT_OK);
-    EXPECT_FALSE(flags & MI_FLAG_NULL);
-    bool counterType = false;
-    for (MI_Uint32 i = 0; i < instance->classDecl->numProperties; ++i)
-    {
-      const MI_PropertyDecl* property = instance->classDecl->properties[i];
-      if (std::wstring_view(property->name) != L"PercentProcessorTime")
-        continue;
-      for (MI_Uint32 q = 0; q < property->numQualifiers; ++q)
-        counterType = counterType || std::wstring_view(property->qualifiers[q]->name) == L"CounterType";
-    }
-    EXPECT_TRUE(counterType);
-  }
+  const int instances = ForEachInstance(
+      session, L"root\\cimv2",
+      L"SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,PercentProcessorTime FROM Win32_PerfRawData_PerfOS_Processor",
+      [&](const MI_Instance& instance) {
+        MI_Value value;
+        MI_Type type;
+        MI_Uint32 flags;
+        ASSERT_EQ(MI_Instance_GetElement(&instance, L"Name", &value, &type, &flags, nullptr), MI_RESULT_OK);
+        ASSERT_EQ(type, MI_STRING);
+        total = total || std::wstring_view(value.string) == L"_Total";
+        ASSERT_EQ(MI_Instance_GetElement(&instance, L"PercentProcessorTime", &value, &type, &flags, nullptr),
+                  MI_RESULT_OK);
+        EXPECT_FALSE(flags & MI_FLAG_NULL);
+        bool counterType = false;
+        for (MI_Uint32 i = 0; i < instance.classDecl->numProperties; ++i)
+        {
+          const MI_PropertyDecl* property = instance.classDecl->properties[i];
+          if (std::wstring_view(property->name) != L"PercentProcessorTime")
+            continue;
+          for (MI_Uint32 q = 0; q < property->numQualifiers; ++q)
+            counterType = counterType || std::wstring_view(property->qualifiers[q]->name) == L"CounterType";
+        }
+        EXPECT_TRUE(counterType);
+      });
   EXPECT_TRUE(total);
   EXPECT_GE(instances, 2); // at least one CPU and "_Total"
-  MI_Operation_Close(&operation);
   MI_Session_Close(&session, nullptr, nullptr);
   MI_Application_Close(&application);
 }
@@ -98,30 +115,17 @@ TEST(MiMachine, ProjectedQueriesKeepTheKeyProperties)
   };
   for (const auto& [query, key] : cases)
   {
-    MI_Operation operation = MI_OPERATION_NULL;
-    MI_Session_QueryInstances(&session, 0, nullptr, L"root/cimv2", L"WQL", query, nullptr, &operation);
-    int instances = 0;
-    MI_Boolean more = MI_TRUE;
-    while (more)
-    {
-      const MI_Instance* instance = nullptr;
-      MI_Result result = MI_RESULT_OK;
-      ASSERT_EQ(MI_Operation_GetInstance(&operation, &instance, &more, &result, nullptr, nullptr), MI_RESULT_OK);
-      ASSERT_EQ(result, MI_RESULT_OK);
-      if (!instance)
-        continue;
-      ++instances;
+    const int instances = ForEachInstance(session, L"root/cimv2", query, [key = key](const MI_Instance& instance) {
       MI_Value value;
       MI_Type type;
       MI_Uint32 flags = 0;
-      ASSERT_EQ(MI_Instance_GetElement(instance, key, &value, &type, &flags, nullptr), MI_RESULT_OK);
+      ASSERT_EQ(MI_Instance_GetElement(&instance, key, &value, &type, &flags, nullptr), MI_RESULT_OK);
       EXPECT_FALSE(flags & MI_FLAG_NULL);
       // A property neither selected nor a key is NULL.
-      ASSERT_EQ(MI_Instance_GetElement(instance, L"Caption", &value, &type, &flags, nullptr), MI_RESULT_OK);
+      ASSERT_EQ(MI_Instance_GetElement(&instance, L"Caption", &value, &type, &flags, nullptr), MI_RESULT_OK);
       EXPECT_TRUE(flags & MI_FLAG_NULL);
-    }
+    });
     EXPECT_GT(instances, 0);
-    MI_Operation_Close(&operation);
   }
   MI_Session_Close(&session, nullptr, nullptr);
   MI_Application_Close(&application);

@@ -392,7 +392,7 @@ TEST_F(NatcRunProcessTest, CheckListsEveryProblemAndStartsNothing)
   EXPECT_EQ(WaitExit(process.pid), 2) << err;
   EXPECT_TRUE(out.empty()) << out;
   const std::string file = config.string();
-  for (const std::string expected :
+  for (const std::string& expected :
        {file + ":2: users[0].password: environment variable NATC_TEST_UNSET_PASSWORD_VARIABLE is not set",
         file + ":4: tasks[0].collections[0].filter: this machine's MI refuses",
         file + ":5: tasks[0].collections[1].filter: WQL", file + ":7: tasks[0].collections[2].counters[0]: ",

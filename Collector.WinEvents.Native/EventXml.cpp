@@ -9,6 +9,10 @@
 #include <cstring>
 #include <utility>
 
+#if defined(__SSE2__)
+#  include <emmintrin.h>
+#endif
+
 namespace collector::ni::impl
 {
 namespace
@@ -200,6 +204,28 @@ void AppendUtf8(tstring& out, std::string_view utf8)
   const auto* const end = p + utf8.size();
   while (p < end)
   {
+#if defined(__SSE2__)
+    if constexpr (sizeof(wchar_t) == 4)
+    {
+      // Runs of ASCII, by far the most common text in events, are widened sixteen at a time.
+      const __m128i zero = _mm_setzero_si128();
+      while (end - p >= 16)
+      {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        if (_mm_movemask_epi8(bytes) != 0)
+          break;
+        const __m128i low = _mm_unpacklo_epi8(bytes, zero);
+        const __m128i high = _mm_unpackhi_epi8(bytes, zero);
+        auto* to = reinterpret_cast<__m128i*>(target);
+        _mm_storeu_si128(to, _mm_unpacklo_epi16(low, zero));
+        _mm_storeu_si128(to + 1, _mm_unpackhi_epi16(low, zero));
+        _mm_storeu_si128(to + 2, _mm_unpacklo_epi16(high, zero));
+        _mm_storeu_si128(to + 3, _mm_unpackhi_epi16(high, zero));
+        target += 16;
+        p += 16;
+      }
+    }
+#endif
     // Runs of ASCII, by far the most common text in events, are widened eight at a time.
     while (end - p >= 8)
     {
@@ -268,6 +294,28 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
   const std::size_t size = wide.size();
   for (std::size_t i = 0; i < size; ++i)
   {
+#if defined(__SSE2__)
+    if constexpr (sizeof(wchar_t) == 4)
+    {
+      // Sixteen ASCII characters at a time: most of an event's XML is markup and ASCII text.
+      const __m128i high = _mm_set1_epi32(~0x7F);
+      while (i + 16 <= size)
+      {
+        const auto* from = reinterpret_cast<const __m128i*>(wide.data() + i);
+        const __m128i a = _mm_loadu_si128(from);
+        const __m128i b = _mm_loadu_si128(from + 1);
+        const __m128i c = _mm_loadu_si128(from + 2);
+        const __m128i d = _mm_loadu_si128(from + 3);
+        const __m128i any = _mm_and_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)), high);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) != 0xFFFF)
+          break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                         _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d)));
+        out += 16;
+        i += 16;
+      }
+    }
+#endif
     // Sixteen ASCII characters at a time, in fixed-size loops the compiler turns into vector
     // code: most of an event's XML is markup and ASCII text.
     while (i + 16 <= size)
@@ -325,8 +373,13 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   // A data value of white space only is a value: keep lone white-space text. Attribute values
   // are not white-space normalised: the attributes read here (names, times, numbers, SIDs)
   // hold none, and the parse is cheaper without.
-  const unsigned options = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_escapes | pugi::parse_eol |
-                           pugi::parse_ws_pcdata_single;
+  unsigned options = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single;
+  // Line ends are normalised and references expanded only in a text that has them: without a
+  // carriage return or an ampersand both passes leave the document as it is, and cost time.
+  if (std::memchr(m_utf8.data(), '\r', length) != nullptr)
+    options |= pugi::parse_eol;
+  if (std::memchr(m_utf8.data(), '&', length) != nullptr)
+    options |= pugi::parse_escapes;
   const pugi::xml_parse_result parsed =
     m_document.load_buffer_inplace(m_utf8.data(), length, options, pugi::encoding_utf8);
   if (!parsed)

@@ -4,6 +4,7 @@ if(WIN32)
 else()
   natc_library(platform_wevtapi STATIC
     SOURCES
+      linux/WinEvt/EventInfo.cpp
       linux/WinEvt/Handles.cpp
       linux/WinEvt/Hosts.cpp
       linux/WinEvt/Publisher.cpp

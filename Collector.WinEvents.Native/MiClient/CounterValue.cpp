@@ -67,18 +67,19 @@ std::optional<double> Cook(const CounterSample& cur, const CounterSample* prev, 
   {
   case PERF_RAW_FRACTION:
   case PERF_LARGE_RAW_FRACTION:
-    // The timestamp stands as the denominator: no base is ever read.
-    if (cur.timestamp == 0)
+    // 100 * N / B with the base property (Windows' formula: "(N0 / D0)" as a percentage).
+    if (cur.base == 0)
     {
       return std::nullopt;
     }
-    return ToDouble(cur.value) * 100.0 / ToDouble(cur.timestamp);
+    return ToDouble(cur.value) * 100.0 / ToDouble(cur.base);
   case PERF_ELAPSED_TIME:
-    if (cur.frequency == 0)
+    // (D0 - N0) / F on the object time base: Timestamp_Object and Frequency_Object.
+    if (cur.objectFrequency == 0)
     {
       return std::nullopt;
     }
-    return ToDouble(Minus(cur.timestamp, cur.value)) / ToDouble(cur.frequency);
+    return ToDouble(Minus(cur.objectTimestamp, cur.value)) / ToDouble(cur.objectFrequency);
   default:
     break;
   }
@@ -94,6 +95,10 @@ std::optional<double> Cook(const CounterSample& cur, const CounterSample* prev, 
   const std::int64_t dT = Minus(prev->timestamp, cur.timestamp);
   const std::int64_t f = prev->frequency;
   const std::int64_t b = prev->base;
+  // The other time bases and the base property, in the same order.
+  const std::int64_t dS = Minus(prev->time100ns, cur.time100ns);
+  const std::int64_t dO = Minus(prev->objectTimestamp, cur.objectTimestamp);
+  const std::int64_t dB = Minus(prev->base, cur.base);
   const double n = ToDouble(dN);
   const double t = ToDouble(dT);
 
@@ -115,27 +120,66 @@ std::optional<double> Cook(const CounterSample& cur, const CounterSample* prev, 
 
   case PERF_COUNTER_QUEUELEN_TYPE:
   case PERF_COUNTER_LARGE_QUEUELEN_TYPE:
-  case PERF_COUNTER_100NS_QUEUELEN_TYPE:
-  case PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE:
-  case PERF_AVERAGE_BULK:
     if (dT == 0)
     {
       return std::nullopt;
     }
     return n / t;
 
+  case PERF_COUNTER_100NS_QUEUELEN_TYPE:
+    // Measured against the system time in 100 ns units.
+    if (dS == 0)
+    {
+      return std::nullopt;
+    }
+    return n / ToDouble(dS);
+
+  case PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE:
+    if (dO == 0)
+    {
+      return std::nullopt;
+    }
+    return n / ToDouble(dO);
+
+  case PERF_AVERAGE_BULK:
+    // (N1 - N0) / (B1 - B0): per operation counted by the base.
+    if (dB == 0)
+    {
+      return std::nullopt;
+    }
+    return n / ToDouble(dB);
+
   case PERF_COUNTER_TIMER:
-  case PERF_PRECISION_SYSTEM_TIMER:
-  case PERF_100NSEC_TIMER:
-  case PERF_PRECISION_100NS_TIMER:
-  case PERF_OBJ_TIME_TIMER:
-  case PERF_PRECISION_OBJECT_TIMER:
-  case PERF_SAMPLE_FRACTION:
     if (dT == 0)
     {
       return std::nullopt;
     }
     return n * 100.0 / t;
+
+  case PERF_100NSEC_TIMER:
+    if (dS == 0)
+    {
+      return std::nullopt;
+    }
+    return n * 100.0 / ToDouble(dS);
+
+  case PERF_OBJ_TIME_TIMER:
+    if (dO == 0)
+    {
+      return std::nullopt;
+    }
+    return n * 100.0 / ToDouble(dO);
+
+  case PERF_PRECISION_SYSTEM_TIMER:
+  case PERF_PRECISION_100NS_TIMER:
+  case PERF_PRECISION_OBJECT_TIMER:
+  case PERF_SAMPLE_FRACTION:
+    // The time (or the count) comes with the counter, in its base property.
+    if (dB == 0)
+    {
+      return std::nullopt;
+    }
+    return n * 100.0 / ToDouble(dB);
 
   case PERF_COUNTER_TIMER_INV:
     if (dT == 0)
@@ -182,11 +226,12 @@ std::optional<double> Cook(const CounterSample& cur, const CounterSample* prev, 
     return (ToDouble(b) - n / t) * 100.0;
 
   case PERF_AVERAGE_TIMER:
-    if (dT == 0 || f == 0)
+    // ((N1 - N0) / F) / (B1 - B0): seconds per operation counted by the base.
+    if (dB == 0 || f == 0)
     {
       return std::nullopt;
     }
-    return n / ToDouble(f) / t;
+    return n / ToDouble(f) / ToDouble(dB);
 
   default:
     return std::nullopt;

@@ -2,6 +2,10 @@
 // counter, the sample of its previous reading (nullptr when there is none) and its counter type
 // (the "CounterType" qualifier) into the reported value, or into no value when the type is not
 // known or the samples do not allow one. Pure: no state, no allocation, never throws.
+// Each type is measured on the time base Microsoft documents for it: PerfTime ticks for the
+// counters and system timers, Timestamp_Sys100NS for the 100 ns timers and queue lengths, the
+// object time for PERF_ELAPSED_TIME and the object timers, and the `_Base` property for the
+// fractions, averages and precision timers (the README lists each type with its page).
 //   auto value = ComputeCounterValue(sample, hasPrevious ? &previous : nullptr, counterType);
 #pragma once
 

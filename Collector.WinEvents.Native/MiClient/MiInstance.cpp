@@ -5,6 +5,29 @@
 #include <cwchar>
 #include <utility>
 
+namespace
+{
+// The declaration of the named property in the class, or null: the first match in declaration
+// order, lengths compared first and then the code units exactly.
+const MI_PropertyDecl* FindProperty(const MI_ClassDecl* decl, std::wstring_view name) noexcept
+{
+  if (decl == nullptr || decl->properties == nullptr)
+  {
+    return nullptr;
+  }
+  for (MI_Uint32 i = 0; i < decl->numProperties; ++i)
+  {
+    const MI_PropertyDecl* property = decl->properties[i];
+    if (property != nullptr && property->name != nullptr && std::wcslen(property->name) == name.size() &&
+        std::wstring_view(property->name) == name)
+    {
+      return property;
+    }
+  }
+  return nullptr;
+}
+} // namespace
+
 CMiInstance::CMiInstance(std::shared_ptr<CMiOperationHandle> handle, const MI_Instance& instance) noexcept
   : m_handle(std::move(handle)), m_instance(instance)
 {
@@ -29,24 +52,14 @@ CMiValue& CMiInstance::Get(std::wstring_view name, CMiValue& value) const
   {
     KELDA_THROW(CMiException(result, L"MI_Instance_GetElement"));
   }
-  const MI_ClassDecl* decl = m_instance.classDecl;
-  if (decl == nullptr || decl->properties == nullptr)
+  if (const MI_PropertyDecl* property = FindProperty(m_instance.classDecl, name))
   {
-    return value;
-  }
-  for (MI_Uint32 i = 0; i < decl->numProperties; ++i)
-  {
-    const MI_PropertyDecl* property = decl->properties[i];
-    if (property == nullptr || property->name == nullptr)
-    {
-      continue;
-    }
-    // Length first, then the code units exactly.
-    if (std::wcslen(property->name) == name.size() && std::wstring_view(property->name) == name)
-    {
-      value.m_propertyDecl = property;
-      break;
-    }
+    value.m_propertyDecl = property;
   }
   return value;
+}
+
+bool CMiInstance::Declares(std::wstring_view name) const noexcept
+{
+  return FindProperty(m_instance.classDecl, name) != nullptr;
 }

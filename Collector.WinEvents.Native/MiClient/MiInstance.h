@@ -28,6 +28,9 @@ public:
   // Reads one property into `value` and finds its declaration (exact, case-sensitive name). The
   // name's data goes to the API as a NUL-terminated string: pass a view over a whole string.
   CMiValue& Get(std::wstring_view name, CMiValue& value) const;
+  // Whether the instance's class declares a property of that name (exact, case-sensitive),
+  // whether or not the query selected it.
+  bool Declares(std::wstring_view name) const noexcept;
 
 private:
   std::shared_ptr<CMiOperationHandle> m_handle;

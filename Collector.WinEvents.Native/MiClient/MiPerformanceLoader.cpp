@@ -15,7 +15,27 @@ namespace
 constexpr std::wstring_view selectWord = L"SELECT ";
 constexpr std::wstring_view fromWord = L" FROM ";
 constexpr std::wstring_view fixedColumns = L"Name,Frequency_PerfTime,Timestamp_PerfTime";
+constexpr std::wstring_view objectColumns = L",Frequency_Object,Timestamp_Object";
+constexpr std::wstring_view sys100nsColumn = L",Timestamp_Sys100NS";
+constexpr std::wstring_view baseSuffix = L"_Base";
 constexpr std::wstring_view counterTypeName = L"CounterType";
+
+// The columns of the filter's counters that the class of this instance declares.
+CMiPerformanceLoader::ClassColumns DeclaredColumns(const CMiInstance& instance,
+                                                   const CMiPerformanceLoader::ClassFilter& filter)
+{
+  CMiPerformanceLoader::ClassColumns columns;
+  columns.sys100ns = instance.Declares(L"Timestamp_Sys100NS");
+  columns.objectTime = instance.Declares(L"Timestamp_Object") && instance.Declares(L"Frequency_Object");
+  tstring base;
+  for (const auto& counter : filter.counters)
+  {
+    base.assign(counter).append(baseSuffix);
+    if (instance.Declares(base))
+      columns.bases.emplace(counter, base);
+  }
+  return columns;
+}
 
 // The sample fields come from properties that are read as numbers; a NULL one has no number.
 __int64 ReadNumber(const CMiInstance& instance, std::wstring_view name, CMiValue& value)
@@ -44,16 +64,35 @@ CMiPerformanceLoader::CMiPerformanceLoader(std::shared_ptr<CLog> log) : m_log(st
 
 tstring CMiPerformanceLoader::makeQuery(const ClassFilter& filter)
 {
+  return makeQuery(filter, ClassColumns{});
+}
+
+tstring CMiPerformanceLoader::makeQuery(const ClassFilter& filter, const ClassColumns& columns)
+{
   if (filter.counters.empty())
     KELDA_THROW(CKeldaException(L"Counters are unset"));
   std::size_t length = selectWord.size() + fixedColumns.size() + fromWord.size() + filter.className.size();
+  if (columns.objectTime)
+    length += objectColumns.size();
+  if (columns.sys100ns)
+    length += sys100nsColumn.size();
   for (const auto& counter : filter.counters)
     length += 1 + counter.size();
+  for (const auto& [counter, base] : columns.bases)
+    length += 1 + base.size();
   tstring query;
   query.reserve(length);
   query.append(selectWord).append(fixedColumns);
+  if (columns.objectTime)
+    query.append(objectColumns);
+  if (columns.sys100ns)
+    query.append(sys100nsColumn);
   for (const auto& counter : filter.counters)
+  {
     query.append(1, L',').append(counter);
+    if (const auto base = columns.bases.find(counter); base != columns.bases.end())
+      query.append(1, L',').append(base->second);
+  }
   query.append(fromWord).append(filter.className);
   return query;
 }
@@ -68,7 +107,9 @@ void CMiPerformanceLoader::SetFilter(const ClassFilters& filters)
     for (const auto& filter : filters)
     {
       tstring query = makeQuery(filter);
-      m_queries.push_back({filter, std::move(query)});
+      QueryEntry& entry = m_queries.emplace_back();
+      entry.filter = filter;
+      entry.query = std::move(query);
     }
   }
   catch (...)
@@ -112,7 +153,7 @@ std::uint32_t CMiPerformanceLoader::CounterTypeOf(const MI_Qualifier& qualifier)
 const CMiPerformanceLoader::ResultMap& CMiPerformanceLoader::Load(CMiSession& session,
                                                                   const std::shared_ptr<ICancellationToken>& token)
 {
-  for (const auto& entry : m_queries)
+  for (auto& entry : m_queries)
   {
     if (token)
       token->throw_if_cancelled();
@@ -140,7 +181,7 @@ const CMiPerformanceLoader::ResultMap& CMiPerformanceLoader::Load(CMiSession& se
   return m_results;
 }
 
-void CMiPerformanceLoader::loadClass(CMiSession& session, const QueryEntry& entry, CategoryResult& result)
+void CMiPerformanceLoader::loadClass(CMiSession& session, QueryEntry& entry, CategoryResult& result)
 {
   // A value is that of this load: an instance that is gone (an ended process) keeps its stored
   // samples but has no value, so it is not reported and its target ends.
@@ -149,9 +190,25 @@ void CMiPerformanceLoader::loadClass(CMiSession& session, const QueryEntry& entr
       data.value.reset();
   CMiInstanceOperation operation = session.QueryInstances(L"root/cimv2", entry.query);
   // One tick for every instance of the query.
-  const auto tick = static_cast<std::int64_t>(GetTickCount64());
+  auto tick = static_cast<std::int64_t>(GetTickCount64());
+  CMiInstance instance = operation.GetInstance();
+  if (!entry.learned && !instance.IsEmpty())
+  {
+    entry.learned = true;
+    entry.columns = DeclaredColumns(instance, entry.filter);
+    tstring query = makeQuery(entry.filter, entry.columns);
+    if (query != entry.query)
+    {
+      // The first results lack the time bases and bases the class declares: read them again.
+      entry.query = std::move(query);
+      instance = CMiInstance();
+      operation = session.QueryInstances(L"root/cimv2", entry.query);
+      tick = static_cast<std::int64_t>(GetTickCount64());
+      instance = operation.GetInstance();
+    }
+  }
   CMiValue name;
-  for (CMiInstance instance = operation.GetInstance(); !instance.IsEmpty(); instance = operation.GetInstance())
+  for (; !instance.IsEmpty(); instance = operation.GetInstance())
   {
     instance.Get(L"Name", name);
     const std::wstring_view instanceName = name.IsNull() ? std::wstring_view() : static_cast<std::wstring_view>(name.Value());
@@ -166,7 +223,7 @@ void CMiPerformanceLoader::loadClass(CMiSession& session, const QueryEntry& entr
         data = counters.emplace(counter, CounterData{}).first;
       try
       {
-        loadCounter(instance, counter, tick, data->second);
+        loadCounter(instance, entry, counter, tick, data->second);
       }
       catch (const CInterruptedException&)
       {
@@ -182,7 +239,8 @@ void CMiPerformanceLoader::loadClass(CMiSession& session, const QueryEntry& entr
   }
 }
 
-void CMiPerformanceLoader::loadCounter(const CMiInstance& instance, const tstring& counter, std::int64_t tick, CounterData& data)
+void CMiPerformanceLoader::loadCounter(const CMiInstance& instance, const QueryEntry& entry, const tstring& counter,
+                                       std::int64_t tick, CounterData& data)
 {
   CMiValueWithQualifiers counterValue;
   instance.Get(counter, counterValue);
@@ -192,7 +250,11 @@ void CMiPerformanceLoader::loadCounter(const CMiInstance& instance, const tstrin
 
   // A NULL counter is a provider's "unknown", not a failure: no reading, so no value, and the
   // next reading starts afresh. Logging it would repeat for every instance on every update.
-  if (counterValue.IsNull())
+  // A NULL base is no reading of the counter's fraction or average either.
+  CMiValue other;
+  const auto base = entry.columns.bases.find(counter);
+  const bool hasBase = base != entry.columns.bases.end();
+  if (counterValue.IsNull() || (hasBase && instance.Get(base->second, other).IsNull()))
   {
     data.value.reset();
     data.hasSample = false;
@@ -200,11 +262,17 @@ void CMiPerformanceLoader::loadCounter(const CMiInstance& instance, const tstrin
   }
   CounterSample sample;
   sample.value = static_cast<__int64>(counterValue.Value());
-  CMiValue other;
+  sample.base = hasBase ? static_cast<__int64>(other.Value()) : 0;
   sample.frequency = ReadNumber(instance, L"Frequency_PerfTime", other);
   sample.timestamp = ReadNumber(instance, L"Timestamp_PerfTime", other);
-  sample.base = 0;
   sample.tick = tick;
+  if (entry.columns.sys100ns)
+    sample.time100ns = ReadNumber(instance, L"Timestamp_Sys100NS", other);
+  if (entry.columns.objectTime)
+  {
+    sample.objectTimestamp = ReadNumber(instance, L"Timestamp_Object", other);
+    sample.objectFrequency = ReadNumber(instance, L"Frequency_Object", other);
+  }
 
   const std::uint32_t counterType = CounterTypeOf(*qualifier);
   data.value = ComputeCounterValue(sample, data.hasSample ? &data.lastSample : nullptr, counterType);

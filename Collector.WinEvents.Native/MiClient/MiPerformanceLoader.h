@@ -5,6 +5,10 @@
 // between loads: the stored samples are what makes rates possible. Failures of one counter or
 // one class are logged ("[MiLoader]" log) and the load goes on; a NULL counter is no reading
 // (no value, no stored sample) and is not logged. Not thread-safe: one owner.
+// The first instance of a class shows which time bases (Timestamp_Sys100NS, Timestamp_Object
+// with Frequency_Object) and which "<counter>_Base" properties the class declares, as Windows'
+// raw classes do; the query then selects them too, and is run again at once, so that every
+// counter is measured on the time base and with the base that its type names.
 //   CMiPerformanceLoader loader(std::make_shared<CLog>(collectionLog, L"[MiLoader]"));
 //   loader.SetFilter(filters);
 //   const auto& results = loader.Load(*session, token);   // results[class].instances[name][counter]
@@ -54,10 +58,23 @@ public:
 
   using ClassFilters = std::set<ClassFilter, ClassFilterCmp>;
 
+  // What a class declares beyond the fixed columns, as far as its counters need it.
+  struct ClassColumns
+  {
+    bool sys100ns = false;   // "Timestamp_Sys100NS"
+    bool objectTime = false; // "Timestamp_Object" and "Frequency_Object"
+    // Counter name to the name of its base property, for the counters whose class declares one.
+    std::map<tstring, tstring, std::less<>> bases;
+  };
+
   struct QueryEntry
   {
     ClassFilter filter;
     tstring query;
+    // Learned from the first instance the class delivers; until then the query selects the
+    // fixed columns and the counters only.
+    bool learned = false;
+    ClassColumns columns;
   };
 
   // State and result of one counter of one instance.
@@ -94,8 +111,11 @@ public:
   // exception between classes. The reference is the loader's own map, valid until the next Load.
   const ResultMap& Load(CMiSession& session, const std::shared_ptr<ICancellationToken>& token);
 
-  // "SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,<counters...> FROM <class>".
+  // "SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,<counters...> FROM <class>"; with the
+  // columns a class declares: "...,Timestamp_PerfTime,Frequency_Object,Timestamp_Object,
+  // Timestamp_Sys100NS,<counter>[,<counter>_Base]... FROM <class>".
   static tstring makeQuery(const ClassFilter& filter);
+  static tstring makeQuery(const ClassFilter& filter, const ClassColumns& columns);
   // The counter type that a "CounterType" qualifier holds: integers and booleans by value (low
   // 32 bits), reals truncated toward zero, a char16 by its code; date-times, strings and
   // non-scalar types throw CMiException (type mismatch).
@@ -105,8 +125,9 @@ public:
   const ResultMap& Results() const noexcept { return m_results; }
 
 private:
-  void loadClass(CMiSession& session, const QueryEntry& entry, CategoryResult& result);
-  void loadCounter(const CMiInstance& instance, const tstring& counter, std::int64_t tick, CounterData& data);
+  void loadClass(CMiSession& session, QueryEntry& entry, CategoryResult& result);
+  void loadCounter(const CMiInstance& instance, const QueryEntry& entry, const tstring& counter, std::int64_t tick,
+                   CounterData& data);
 
   std::shared_ptr<CLog> m_log;
   std::vector<QueryEntry> m_queries;

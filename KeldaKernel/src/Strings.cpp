@@ -10,7 +10,7 @@ constexpr char32_t replacement = 0xFFFD;
 
 bool IsScalar(char32_t c) { return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF); }
 
-void AppendUtf8(std::string& out, char32_t c)
+void AppendCodePoint(std::string& out, char32_t c)
 {
   if (!IsScalar(c))
     c = replacement;
@@ -114,8 +114,30 @@ std::string ToUtf8(std::wstring_view text)
 {
   std::string out;
   out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i)
+  AppendUtf8(out, text);
+  return out;
+}
+
+void AppendUtf8(std::string& out, std::wstring_view text)
+{
+  std::size_t i = 0;
+  // Most texts are ASCII: copy runs of it in one resize.
+  while (i < text.size())
   {
+    std::size_t ascii = i;
+    while (ascii < text.size() && static_cast<std::make_unsigned_t<wchar_t>>(text[ascii]) < 0x80)
+      ++ascii;
+    if (ascii > i)
+    {
+      const std::size_t at = out.size();
+      out.resize(at + (ascii - i));
+      char* const to = out.data() + at;
+      for (std::size_t k = i; k < ascii; ++k)
+        to[k - i] = static_cast<char>(text[k]);
+      i = ascii;
+      if (i == text.size())
+        break;
+    }
     auto c = static_cast<char32_t>(static_cast<std::make_unsigned_t<wchar_t>>(text[i]));
     if constexpr (sizeof(wchar_t) == 2)
     {
@@ -130,9 +152,9 @@ std::string ToUtf8(std::wstring_view text)
         }
       }
     }
-    AppendUtf8(out, c);
+    AppendCodePoint(out, c);
+    ++i;
   }
-  return out;
 }
 
 std::wstring FromUtf8(std::string_view text)

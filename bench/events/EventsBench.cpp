@@ -4,8 +4,11 @@
 // measures libevtx's `evtxexport -f xml` on the same files (CPU time of the child processes),
 // then alternates the two for NATC_RATIO_ROUNDS rounds (default 7) and prints their ratio.
 //   build/bench/events/bench_events [--benchmark_min_time=2]
-// Rates are per CPU second of the process (the machine is shared; wall time means little).
+// Rates are per CPU second of the process (the machine is shared; wall time means little);
+// allocs_per_event counts operator new calls of the whole update (all threads) per event.
 #include "EventCollection.h"
+
+#include "../records/CountingAllocator.h"
 
 #include "Collector/Interfaces/IClass.h"
 #include "Collector/Interfaces/IHost.h"
@@ -176,8 +179,11 @@ void BM_WindowsEventsUpdate(benchmark::State& state)
   const CSampleHost& host = Host();
   CUpdateRunner runner(host);
   std::size_t events = 0;
+  const std::uint64_t allocations = bench::AllocationCount();
   for (auto _ : state)
     events += runner.Run();
+  state.counters["allocs_per_event"] =
+    static_cast<double>(bench::AllocationCount() - allocations) / static_cast<double>(events == 0 ? 1 : events);
   state.counters["events_per_s"] = benchmark::Counter(static_cast<double>(events), benchmark::Counter::kIsRate);
   state.counters["events"] = static_cast<double>(events) / static_cast<double>(state.iterations());
   state.SetBytesProcessed(static_cast<std::int64_t>(host.Bytes() * state.iterations()));

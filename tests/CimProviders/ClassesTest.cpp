@@ -56,8 +56,64 @@ void ExpectTypesMatch(const std::vector<cim::Instance>& instances)
   }
 }
 
-const PerfStamp Stamp{13'932'418'499, 134'000'000'000'000'000};
+// A sample 1393.2418499 s after boot on a host whose performance counter runs at 3,579,545 Hz.
+const PerfStamp Stamp{4'987'171'897, 134'000'000'000'000'000, 13'932'418'499, 3'579'545};
+constexpr std::uint64_t BootFileTime = 134'000'000'000'000'000 - 13'932'418'499;
+
+bool IsKey(const cim::ClassDecl& decl, std::wstring_view property)
+{
+  const auto index = decl.Find(property);
+  if (index == cim::ClassDecl::npos)
+    return false;
+  for (const auto& qualifier : decl.properties[index].qualifiers)
+    if (qualifier.name == L"Key")
+      return std::get<bool>(qualifier.value);
+  return false;
+}
+
 } // namespace
+
+TEST(MachineClasses, KeysAndBasePropertiesAsWindowsDeclaresThem)
+{
+  // Classes of named instances are keyed by Name; the singletons System and Memory have no key.
+  EXPECT_TRUE(IsKey(*ProcessorPerfClass(), L"Name"));
+  EXPECT_TRUE(IsKey(*ProcessPerfClass(), L"Name"));
+  EXPECT_TRUE(IsKey(*PhysicalDiskPerfClass(), L"Name"));
+  EXPECT_TRUE(IsKey(*NetworkInterfacePerfClass(), L"Name"));
+  EXPECT_FALSE(IsKey(*SystemPerfClass(), L"Name"));
+  EXPECT_FALSE(IsKey(*MemoryPerfClass(), L"Name"));
+  EXPECT_TRUE(IsKey(*ProcessClass(), L"Handle"));
+  EXPECT_TRUE(IsKey(*LogicalDiskClass(), L"DeviceID"));
+  EXPECT_TRUE(IsKey(*OperatingSystemClass(), L"Name"));
+  EXPECT_TRUE(IsKey(*ComputerSystemClass(), L"Name"));
+  EXPECT_FALSE(IsKey(*ProcessClass(), L"Name"));
+
+  // Each base follows its counter, named <counter>_Base, with the base type of the counter's type.
+  const auto memory = MemoryPerfClass();
+  const auto fraction = memory->Find(L"PercentCommittedBytesInUse");
+  ASSERT_NE(fraction, cim::ClassDecl::npos);
+  EXPECT_EQ(memory->properties.at(fraction + 1).name, L"PercentCommittedBytesInUse_Base");
+  EXPECT_EQ(CounterTypeOf(*memory, L"PercentCommittedBytesInUse"), 0x20020400u);      // PERF_RAW_FRACTION
+  EXPECT_EQ(CounterTypeOf(*memory, L"PercentCommittedBytesInUse_Base"), 0x40030403u); // PERF_RAW_BASE
+  const auto disk = PhysicalDiskPerfClass();
+  for (const auto* counter : {L"AvgDisksecPerRead", L"AvgDisksecPerWrite", L"AvgDisksecPerTransfer"})
+  {
+    const auto index = disk->Find(counter);
+    ASSERT_NE(index, cim::ClassDecl::npos);
+    EXPECT_EQ(disk->properties.at(index + 1).name, std::wstring(counter) + L"_Base");
+    EXPECT_EQ(disk->properties.at(index).type, cim::Type::UInt32);
+    EXPECT_EQ(CounterTypeOf(*disk, counter), 0x30020400u);                               // PERF_AVERAGE_TIMER
+    EXPECT_EQ(CounterTypeOf(*disk, std::wstring(counter) + L"_Base"), 0x40030402u);      // PERF_AVERAGE_BASE
+  }
+  for (const auto* counter : {L"PercentDiskTime", L"PercentDiskReadTime", L"PercentDiskWriteTime", L"PercentIdleTime"})
+  {
+    const auto index = disk->Find(counter);
+    ASSERT_NE(index, cim::ClassDecl::npos);
+    EXPECT_EQ(disk->properties.at(index + 1).name, std::wstring(counter) + L"_Base");
+    EXPECT_EQ(CounterTypeOf(*disk, std::wstring(counter) + L"_Base"), 0x40030500u);      // PERF_PRECISION_TIMESTAMP
+  }
+  EXPECT_EQ(CounterTypeOf(*disk, L"AvgDiskQueueLength"), 0x00550500u); // PERF_COUNTER_100NS_QUEUELEN_TYPE
+}
 
 TEST(MachineClasses, EveryClassDeclaresItsTableAndRawClassesCarryTheirBase)
 {
@@ -311,9 +367,13 @@ TEST(MachineClasses, ProcessorTimesIn100nsAndTotalAveraged)
   EXPECT_EQ(Value<std::uint32_t>(out[1], L"InterruptsPersec"), 310560u);
   EXPECT_EQ(Value<std::uint64_t>(out[2], L"PercentProcessorTime"), 155199u * 100'000ull / 2);
   EXPECT_EQ(Value<std::uint32_t>(out[2], L"InterruptsPersec"), 258357u + 310560u);
-  EXPECT_EQ(Value<std::uint64_t>(out[2], L"Frequency_PerfTime"), 10'000'000u);
+  // The three time bases: PerfTime at the host's frequency, Sys100NS and Object as FILETIMEs.
+  EXPECT_EQ(Value<std::uint64_t>(out[2], L"Frequency_PerfTime"), 3'579'545u);
   EXPECT_EQ(Value<std::uint64_t>(out[2], L"Timestamp_PerfTime"), Stamp.perfTime);
+  EXPECT_EQ(Value<std::uint64_t>(out[2], L"Frequency_Sys100NS"), 10'000'000u);
   EXPECT_EQ(Value<std::uint64_t>(out[2], L"Timestamp_Sys100NS"), Stamp.sys100ns);
+  EXPECT_EQ(Value<std::uint64_t>(out[2], L"Frequency_Object"), 10'000'000u);
+  EXPECT_EQ(Value<std::uint64_t>(out[2], L"Timestamp_Object"), Stamp.sys100ns);
 
   // Without /proc/interrupts the total falls back to the "intr" line; CPUs have none.
   out.clear();
@@ -341,13 +401,18 @@ TEST(MachineClasses, MemoryAndSystemMapping)
   EXPECT_EQ(Value<std::uint64_t>(memory, L"ModifiedPageListBytes"), (67240ull + 12) * 1024);
   EXPECT_EQ(Value<std::uint32_t>(memory, L"PageFaultsPersec"), 27966725u);
   EXPECT_EQ(Value<std::uint32_t>(memory, L"PagesPersec"), 1850u);
+  // PERF_RAW_FRACTION over its PERF_RAW_BASE: Committed_AS over CommitLimit, in kB.
+  EXPECT_EQ(Value<std::uint32_t>(memory, L"PercentCommittedBytesInUse"), 1355776u);
+  EXPECT_EQ(Value<std::uint32_t>(memory, L"PercentCommittedBytesInUse_Base"), *Lookup(ParseMeminfo(GoldenText("meminfo")), "CommitLimit"));
   const auto& sys = out.at(1);
   EXPECT_TRUE(IsNull(sys, L"Name"));
   EXPECT_EQ(Value<std::uint32_t>(sys, L"ContextSwitchesPersec"), 808660u);
   EXPECT_EQ(Value<std::uint32_t>(sys, L"Processes"), 107u);
   EXPECT_EQ(Value<std::uint32_t>(sys, L"Threads"), 109u);
   EXPECT_EQ(Value<std::uint32_t>(sys, L"ProcessorQueueLength"), 2u);
-  EXPECT_EQ(Value<std::uint64_t>(sys, L"SystemUpTime"), 0u);
+  // PERF_ELAPSED_TIME: the boot moment as a FILETIME, measured against Timestamp_Object.
+  EXPECT_EQ(Value<std::uint64_t>(sys, L"SystemUpTime"), BootFileTime);
+  EXPECT_EQ(Value<std::uint64_t>(sys, L"Timestamp_Object") - Value<std::uint64_t>(sys, L"SystemUpTime"), Stamp.boot100ns);
 
   // An old kernel without MemAvailable: the counters are null, not zero.
   out.clear();
@@ -371,7 +436,15 @@ TEST(MachineClasses, PhysicalDiskOnlyPhysicalDisksAndTotal)
   EXPECT_EQ(Value<std::uint64_t>(vda, L"DiskBytesPersec"), (4102626ull + 7134784) * 512);
   EXPECT_EQ(Value<std::uint32_t>(vda, L"DiskTransfersPersec"), 43670u + 28554u);
   EXPECT_EQ(Value<std::uint64_t>(vda, L"PercentDiskTime"), 48000ull * 10'000);
-  EXPECT_EQ(Value<std::uint64_t>(vda, L"PercentIdleTime"), Stamp.perfTime - 48000ull * 10'000);
+  EXPECT_EQ(Value<std::uint64_t>(vda, L"PercentIdleTime"), Stamp.boot100ns - 48000ull * 10'000);
+  EXPECT_EQ(Value<std::uint64_t>(vda, L"PercentIdleTime_Base"), Stamp.boot100ns);
+  EXPECT_EQ(Value<std::uint64_t>(vda, L"PercentDiskTime_Base"), Stamp.boot100ns);
+  // PERF_AVERAGE_TIMER in ticks of the host's frequency (32 bits), over the count of operations.
+  EXPECT_EQ(Value<std::uint32_t>(vda, L"AvgDisksecPerRead"), static_cast<std::uint32_t>(110146ull * 3'579'545 / 1000));
+  EXPECT_EQ(Value<std::uint32_t>(vda, L"AvgDisksecPerRead_Base"), 43670u);
+  EXPECT_EQ(Value<std::uint32_t>(vda, L"AvgDisksecPerWrite"), static_cast<std::uint32_t>(138169ull * 3'579'545 / 1000));
+  EXPECT_EQ(Value<std::uint32_t>(vda, L"AvgDisksecPerWrite_Base"), 28554u);
+  EXPECT_EQ(Value<std::uint32_t>(vda, L"AvgDisksecPerTransfer_Base"), 43670u + 28554u);
   EXPECT_EQ(Value<std::uint64_t>(vda, L"AvgDiskQueueLength"), 256733ull * 10'000);
   EXPECT_EQ(Value<std::wstring>(out[1], L"Name"), L"_Total");
   EXPECT_EQ(Value<std::uint64_t>(out[1], L"DiskReadBytesPersec"), 4102626ull * 512);
@@ -379,7 +452,7 @@ TEST(MachineClasses, PhysicalDiskOnlyPhysicalDisksAndTotal)
   // Two disks: _Total sums rates and averages the percentages.
   const auto two = ParseDiskstats("8 0 sda 1 0 2 0 1 0 2 0 0 100 0\n8 16 sdb 1 0 2 0 1 0 2 0 0 300 0\n");
   out.clear();
-  BuildPhysicalDiskPerf(two, {"sda", "sdb"}, PerfStamp{10'000'000, 0}, out);
+  BuildPhysicalDiskPerf(two, {"sda", "sdb"}, PerfStamp{10'000'000, 0, 10'000'000}, out);
   ASSERT_EQ(out.size(), 3u);
   EXPECT_EQ(Value<std::uint64_t>(out[2], L"PercentDiskTime"), 200ull * 10'000);
   EXPECT_EQ(Value<std::uint64_t>(out[2], L"PercentIdleTime"), 10'000'000ull - 200ull * 10'000);
@@ -420,7 +493,12 @@ TEST(MachineClasses, ProcessPerfNamesIdleAndTotal)
   EXPECT_EQ(Value<std::wstring>(out[3], L"Name"), L"_Total");
   EXPECT_EQ(Value<std::uint32_t>(out[0], L"IDProcess"), 4242u);
   EXPECT_EQ(Value<std::uint64_t>(out[0], L"PercentProcessorTime"), 420u * 100'000ull);
-  EXPECT_EQ(Value<std::uint64_t>(out[0], L"ElapsedTime"), 12345u * 100'000ull);
+  // PERF_ELAPSED_TIME: the start as a FILETIME (boot plus start time since boot); Idle and
+  // _Total started at boot.
+  EXPECT_EQ(Value<std::uint64_t>(out[0], L"ElapsedTime"), BootFileTime + 12345u * 100'000ull);
+  EXPECT_EQ(Value<std::uint64_t>(out[2], L"ElapsedTime"), BootFileTime);
+  EXPECT_EQ(Value<std::uint64_t>(out[3], L"ElapsedTime"), BootFileTime);
+  EXPECT_EQ(Value<std::uint64_t>(out[0], L"Timestamp_Object"), Stamp.sys100ns);
   EXPECT_EQ(Value<std::uint64_t>(out[0], L"PrivateBytes"), 123u * 4096ull);
   EXPECT_EQ(Value<std::uint64_t>(out[0], L"WorkingSetPrivate"), (431u - 402u) * 4096ull);
   EXPECT_TRUE(IsNull(out[1], L"PrivateBytes"));

@@ -194,16 +194,18 @@ TEST(MachineTruth, SystemUpTimeCookedAgreesWithProcUptime)
   const auto uptime = std::stod(ReadFile("/proc/uptime"));
   ASSERT_EQ(instances.size(), 1u);
   const auto& system = instances[0];
-  // PERF_ELAPSED_TIME: (timestamp - value) / frequency.
-  const auto elapsed = static_cast<double>(Value<std::uint64_t>(system, L"Timestamp_PerfTime") -
+  // PERF_ELAPSED_TIME, (D0 - N0) / F, on the object time base: D0 = Timestamp_Object,
+  // F = Frequency_Object (https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/cc756820(v=ws.10)).
+  const auto elapsed = static_cast<double>(Value<std::uint64_t>(system, L"Timestamp_Object") -
                                            Value<std::uint64_t>(system, L"SystemUpTime")) /
-                       static_cast<double>(Value<std::uint64_t>(system, L"Frequency_PerfTime"));
+                       static_cast<double>(Value<std::uint64_t>(system, L"Frequency_Object"));
   EXPECT_NEAR(elapsed, uptime, 1.0);
   EXPECT_GT(Value<std::uint32_t>(system, L"Processes"), 0u);
 }
 
 TEST(MachineTruth, AStartedProcessAppearsInBothProcessClasses)
 {
+  const auto spawned = std::chrono::steady_clock::now();
   ChildProcess child({"/bin/sleep", "30"});
   ASSERT_GT(child.pid(), 0);
   const auto pid = static_cast<std::uint32_t>(child.pid());
@@ -228,6 +230,7 @@ TEST(MachineTruth, AStartedProcessAppearsInBothProcessClasses)
   }
 
   const auto perf = Query(L"Win32_PerfRawData_PerfProc_Process");
+  const std::chrono::duration<double> age = std::chrono::steady_clock::now() - spawned;
   const cim::Instance* counters = nullptr;
   for (const auto& process : perf)
   {
@@ -236,14 +239,16 @@ TEST(MachineTruth, AStartedProcessAppearsInBothProcessClasses)
   }
   ASSERT_NE(counters, nullptr);
   EXPECT_EQ(Value<std::uint32_t>(*counters, L"CreatingProcessID"), static_cast<std::uint32_t>(getpid()));
-  // Just started: its elapsed time, cooked, is a few seconds at most. The start time rests on
-  // the boot time, which the kernel gives in whole seconds: a process younger than that second
-  // may seem to start up to a second in the future.
+  // PERF_ELAPSED_TIME on the object time base: the FILETIME of the sample minus the FILETIME
+  // of the start. It lies between 0 and the time since the spawn, give or take a kernel tick.
   const auto elapsed = static_cast<double>(static_cast<std::int64_t>(
-                         Value<std::uint64_t>(*counters, L"Timestamp_PerfTime") -
-                         Value<std::uint64_t>(*counters, L"ElapsedTime"))) / 1e7;
-  EXPECT_GE(elapsed, -1.0);
-  EXPECT_LT(elapsed, 10.0);
+                         Value<std::uint64_t>(*counters, L"Timestamp_Object") -
+                         Value<std::uint64_t>(*counters, L"ElapsedTime"))) /
+                       static_cast<double>(Value<std::uint64_t>(*counters, L"Frequency_Object"));
+  const double tick = 1.0 / static_cast<double>(sysconf(_SC_CLK_TCK));
+  EXPECT_GE(elapsed, -tick);
+  EXPECT_LE(elapsed, age.count() + tick);
+  EXPECT_NEAR(elapsed, age.count(), 1.0);
   EXPECT_NE(FindByName(perf, L"_Total"), nullptr);
   EXPECT_NE(FindByName(perf, L"Idle"), nullptr);
 }

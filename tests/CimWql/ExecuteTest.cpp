@@ -46,13 +46,13 @@ TEST(WqlExecute, ProjectionKeepsSelectedAndKeyPropertiesOnly)
     EXPECT_FALSE(instance.elements[i].value.has_value()) << i; // WHERE may use them, results do not carry them
 }
 
-TEST(WqlExecute, EmptySelectListKeepsKeysOnly)
+TEST(WqlExecute, EmptySelectListIsAnInvalidQuery)
 {
   wqltest::ItemHost fixture;
   const auto result = cim::wql::Execute(fixture.host, L"root/cimv2", L"SELECT  FROM Test_Item");
-  ASSERT_EQ(result.instances.size(), 4u);
-  EXPECT_TRUE(result.instances[0].elements[0].value.has_value());
-  EXPECT_FALSE(result.instances[0].elements[1].value.has_value());
+  EXPECT_TRUE(result.instances.empty());
+  ASSERT_TRUE(result.error.has_value());
+  EXPECT_EQ(result.error->code, 15u);
 }
 
 TEST(WqlExecute, ProjectionDropsForcedFailuresOfUnselectedProperties)

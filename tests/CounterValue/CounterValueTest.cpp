@@ -1,5 +1,7 @@
 // Table test of the counter calculation: every known counter type with and without a previous
-// sample, its guards, the order of the differences, the integer divisions and the clipping.
+// sample, its guards, the order of the differences, the integer divisions and the clipping. The
+// types measured on another time base than PerfTime, or with a base property, carry Microsoft's
+// formula above their rows.
 #include "CounterValue.h"
 
 #include <gtest/gtest.h>
@@ -30,6 +32,29 @@ CounterSample S(std::int64_t value, std::int64_t timestamp, std::int64_t frequen
   sample.base = base;
   sample.tick = 12345;
   return sample;
+}
+
+// A sample with its Timestamp_Sys100NS.
+CounterSample H(std::int64_t value, std::int64_t time100ns)
+{
+  CounterSample sample = S(value, 0);
+  sample.time100ns = time100ns;
+  return sample;
+}
+
+// A sample with its object time base.
+CounterSample O(std::int64_t value, std::int64_t objectTimestamp, std::int64_t objectFrequency = 0)
+{
+  CounterSample sample = S(value, 0);
+  sample.objectTimestamp = objectTimestamp;
+  sample.objectFrequency = objectFrequency;
+  return sample;
+}
+
+// A sample with its base property (and the PerfTime frequency).
+CounterSample B(std::int64_t value, std::int64_t base, std::int64_t frequency = 0)
+{
+  return S(value, 0, frequency, base);
 }
 
 struct Row
@@ -119,14 +144,10 @@ std::vector<Row> Rows()
   const std::pair<const char*, std::uint32_t> queues[] = {
     {"Queuelen", PERF_COUNTER_QUEUELEN_TYPE},
     {"LargeQueuelen", PERF_COUNTER_LARGE_QUEUELEN_TYPE},
-    {"Queuelen100ns", PERF_COUNTER_100NS_QUEUELEN_TYPE},
-    {"QueuelenObjTime", PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE},
-    {"AverageBulk", PERF_AVERAGE_BULK},
   };
   for (const auto& [name, type] : queues)
   {
     const std::string n = name;
-    // PERF_AVERAGE_BULK has no delta flag: its first reading still has no value.
     add(n + "_NoPrevious", type, S(30, 140), std::nullopt, std::nullopt);
     add(n + "_Worked", type, S(30, 140), S(10, 100), 0.5);
     add(n + "_EqualTimestamps", type, S(30, 100), S(10, 100), std::nullopt);
@@ -134,24 +155,83 @@ std::vector<Row> Rows()
     add(n + "_SmallNegativeKeptAsMagnitude", type, S(0, 1000), S(1, 0), 0.001);
   }
 
-  // dN * 100 / dT.
-  const std::pair<const char*, std::uint32_t> timers[] = {
-    {"CounterTimer", PERF_COUNTER_TIMER},
+  // PERF_COUNTER_100NS_QUEUELEN_TYPE: (N1 - N0) / (D1 - D0), D the system time in 100 ns
+  // (Timestamp_Sys100NS; https://learn.microsoft.com/en-us/windows/win32/wmisdk/queue-length-algorithm-counter-types).
+  add("Queuelen100ns_NoPrevious", PERF_COUNTER_100NS_QUEUELEN_TYPE, H(30, 140), std::nullopt, std::nullopt);
+  add("Queuelen100ns_Worked", PERF_COUNTER_100NS_QUEUELEN_TYPE, H(30, 140), H(10, 100), 0.5);
+  {
+    CounterSample current = H(30, 140);
+    current.timestamp = 999;
+    current.frequency = 3;
+    add("Queuelen100ns_PerfTimeIgnored", PERF_COUNTER_100NS_QUEUELEN_TYPE, current, H(10, 100), 0.5);
+  }
+  add("Queuelen100ns_EqualSys100ns", PERF_COUNTER_100NS_QUEUELEN_TYPE, H(30, 100), H(10, 100), std::nullopt);
+  add("Queuelen100ns_Falling", PERF_COUNTER_100NS_QUEUELEN_TYPE, H(10, 140), H(100, 100), std::nullopt);
+
+  // PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE: (N1 - N0) / (D1 - D0), D the object's time
+  // (Timestamp_Object).
+  add("QueuelenObjTime_NoPrevious", PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE, O(30, 140), std::nullopt, std::nullopt);
+  add("QueuelenObjTime_Worked", PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE, O(30, 140), O(10, 100), 0.5);
+  add("QueuelenObjTime_EqualObjectTime", PERF_COUNTER_OBJ_TIME_QUEUELEN_TYPE, O(30, 100), O(10, 100), std::nullopt);
+
+  // PERF_AVERAGE_BULK: (N1 - N0) / (B1 - B0), B the base property; no delta flag, yet the first
+  // reading has no value (https://learn.microsoft.com/en-us/windows/win32/wmisdk/base-counter-types).
+  add("AverageBulk_NoPrevious", PERF_AVERAGE_BULK, B(30, 4), std::nullopt, std::nullopt);
+  add("AverageBulk_Worked", PERF_AVERAGE_BULK, B(4096, 4), B(0, 0), 1024.0);
+  add("AverageBulk_TimestampIgnored", PERF_AVERAGE_BULK, S(4096, 7, 1, 4), B(0, 0), 1024.0);
+  add("AverageBulk_EqualBases", PERF_AVERAGE_BULK, B(30, 4), B(10, 4), std::nullopt);
+  add("AverageBulk_Falling", PERF_AVERAGE_BULK, B(10, 4), B(100, 0), std::nullopt);
+
+  // PERF_COUNTER_TIMER: 100 * (N1 - N0) / (D1 - D0), D in PerfTime ticks.
+  add("CounterTimer_NoPrevious", PERF_COUNTER_TIMER, S(50, 100), std::nullopt, std::nullopt);
+  add("CounterTimer_Worked", PERF_COUNTER_TIMER, S(50, 100), S(0, 0), 50.0);
+  add("CounterTimer_EqualTimestamps", PERF_COUNTER_TIMER, S(50, 100), S(0, 100), std::nullopt);
+  add("CounterTimer_MinusHalfIsHalf", PERF_COUNTER_TIMER, S(0, 200), S(1, 0), 0.5);
+  add("CounterTimer_MinusOne", PERF_COUNTER_TIMER, S(0, 100), S(1, 0), std::nullopt);
+
+  // PERF_100NSEC_TIMER: 100 * (N1 - N0) / (D1 - D0), D the system time in 100 ns units
+  // (Timestamp_Sys100NS), whatever the performance frequency
+  // (https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/cc728274(v=ws.10)).
+  {
+    // 1 s of busy time in 2 s of system time, on a host whose PerfTime runs at 3,579,545 Hz.
+    CounterSample previous = H(0, 0);
+    previous.frequency = 3'579'545;
+    CounterSample current = H(10'000'000, 20'000'000);
+    current.timestamp = 2 * 3'579'545;
+    current.frequency = 3'579'545;
+    add("Timer100ns_SlowPerfTimeIgnored", PERF_100NSEC_TIMER, current, previous, 50.0);
+  }
+  add("Timer100ns_NoPrevious", PERF_100NSEC_TIMER, H(50, 100), std::nullopt, std::nullopt);
+  add("Timer100ns_Worked", PERF_100NSEC_TIMER, H(50, 100), H(0, 0), 50.0);
+  add("Timer100ns_EqualSys100ns", PERF_100NSEC_TIMER, H(50, 100), H(0, 100), std::nullopt);
+  add("Timer100ns_MinusHalfIsHalf", PERF_100NSEC_TIMER, H(0, 200), H(1, 0), 0.5);
+  add("Timer100ns_MinusOne", PERF_100NSEC_TIMER, H(0, 100), H(1, 0), std::nullopt);
+
+  // PERF_OBJ_TIME_TIMER: 100 * (N1 - N0) / (D1 - D0), D the object's time (Timestamp_Object).
+  add("ObjTimeTimer_NoPrevious", PERF_OBJ_TIME_TIMER, O(50, 100), std::nullopt, std::nullopt);
+  add("ObjTimeTimer_Worked", PERF_OBJ_TIME_TIMER, O(50, 100), O(0, 0), 50.0);
+  add("ObjTimeTimer_EqualObjectTime", PERF_OBJ_TIME_TIMER, O(50, 100), O(0, 100), std::nullopt);
+
+  // The precision timers: 100 * (N1 - N0) / (B1 - B0), B the timestamp that follows the counter
+  // as its base property (PERF_PRECISION_TIMESTAMP;
+  // https://learn.microsoft.com/en-us/windows/win32/wmisdk/precision-timer-algorithm-counter-types).
+  // PERF_SAMPLE_FRACTION: 100 * (N1 - N0) / (B1 - B0), B counting all operations
+  // (https://learn.microsoft.com/en-us/windows/win32/wmisdk/basic-algorithm-counter-types).
+  const std::pair<const char*, std::uint32_t> baseTimers[] = {
     {"PrecisionSystemTimer", PERF_PRECISION_SYSTEM_TIMER},
-    {"Timer100ns", PERF_100NSEC_TIMER},
     {"Precision100nsTimer", PERF_PRECISION_100NS_TIMER},
-    {"ObjTimeTimer", PERF_OBJ_TIME_TIMER},
     {"PrecisionObjectTimer", PERF_PRECISION_OBJECT_TIMER},
     {"SampleFraction", PERF_SAMPLE_FRACTION},
   };
-  for (const auto& [name, type] : timers)
+  for (const auto& [name, type] : baseTimers)
   {
     const std::string n = name;
-    add(n + "_NoPrevious", type, S(50, 100), std::nullopt, std::nullopt);
-    add(n + "_Worked", type, S(50, 100), S(0, 0), 50.0);
-    add(n + "_EqualTimestamps", type, S(50, 100), S(0, 100), std::nullopt);
-    add(n + "_MinusHalfIsHalf", type, S(0, 200), S(1, 0), 0.5);
-    add(n + "_MinusOne", type, S(0, 100), S(1, 0), std::nullopt);
+    add(n + "_NoPrevious", type, B(50, 100), std::nullopt, std::nullopt);
+    add(n + "_Worked", type, B(50, 100), B(0, 0), 50.0);
+    add(n + "_TimestampIgnored", type, S(50, 7, 1, 100), B(0, 0), 50.0);
+    add(n + "_EqualBases", type, B(50, 100), B(0, 100), std::nullopt);
+    add(n + "_MinusHalfIsHalf", type, B(0, 200), B(1, 0), 0.5);
+    add(n + "_MinusOne", type, B(0, 100), B(1, 0), std::nullopt);
   }
 
   // (1 - dN / dT) * 100.
@@ -203,29 +283,44 @@ std::vector<Row> Rows()
     add(n + "_EqualTimestamps", type, S(5, 100), S(0, 100), std::nullopt);
   }
 
-  // current.value * 100 / current.timestamp; the previous sample plays no part.
+  // PERF_RAW_FRACTION: 100 * N / B, B the base property; the previous sample plays no part
+  // (https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/cc779364(v=ws.10)).
   for (const auto& [name, type] : {std::pair<const char*, std::uint32_t>{"RawFraction", PERF_RAW_FRACTION},
                                    {"LargeRawFraction", PERF_LARGE_RAW_FRACTION}})
   {
     const std::string n = name;
-    add(n + "_NoPrevious", type, S(1, 4), std::nullopt, 25.0);
-    add(n + "_WithPrevious", type, S(1, 4), S(99, 1, 1, 7), 25.0);
-    add(n + "_TimestampZero", type, S(1, 0), std::nullopt, std::nullopt);
-    add(n + "_Negative", type, S(-1, 4), std::nullopt, std::nullopt);
+    add(n + "_NoPrevious", type, B(1, 4), std::nullopt, 25.0);
+    add(n + "_WithPrevious", type, B(1, 4), S(99, 1, 1, 7), 25.0);
+    add(n + "_TimestampIgnored", type, S(1, 1000, 1, 4), std::nullopt, 25.0);
+    add(n + "_BaseZero", type, S(1, 4), std::nullopt, std::nullopt);
+    add(n + "_Negative", type, B(-1, 4), std::nullopt, std::nullopt);
   }
 
-  // dN / F / dT, also needing a previous sample although it has no delta flag.
-  add("AverageTimer_NoPrevious", PERF_AVERAGE_TIMER, S(100, 5), std::nullopt, std::nullopt);
-  add("AverageTimer_Worked", PERF_AVERAGE_TIMER, S(100, 5, 0), S(0, 0, 10), 2.0);
-  add("AverageTimer_Falling", PERF_AVERAGE_TIMER, S(0, 5), S(100, 0, 10), std::nullopt);
-  add("AverageTimer_FrequencyZero", PERF_AVERAGE_TIMER, S(100, 5, 10), S(0, 0, 0), std::nullopt);
-  add("AverageTimer_EqualTimestamps", PERF_AVERAGE_TIMER, S(100, 0), S(0, 0, 10), std::nullopt);
+  // PERF_AVERAGE_TIMER: ((N1 - N0) / F) / (B1 - B0), N in PerfTime ticks, F the frequency of the
+  // previous sample, B the count of operations; no delta flag, yet it needs a previous sample
+  // (https://learn.microsoft.com/en-us/previous-versions/ms938538(v=msdn.10)).
+  add("AverageTimer_NoPrevious", PERF_AVERAGE_TIMER, B(100, 5), std::nullopt, std::nullopt);
+  // 2 s of read time (at 3,579,545 ticks per second) over 4 reads: 0.5 s per read.
+  add("AverageTimer_Worked", PERF_AVERAGE_TIMER, B(7'159'090, 4), B(0, 0, 3'579'545), 0.5);
+  add("AverageTimer_TimestampIgnored", PERF_AVERAGE_TIMER, S(100, 999, 0, 5), B(0, 0, 10), 2.0);
+  add("AverageTimer_Falling", PERF_AVERAGE_TIMER, B(0, 5), B(100, 0, 10), std::nullopt);
+  add("AverageTimer_FrequencyZero", PERF_AVERAGE_TIMER, B(100, 5, 10), B(0, 0, 0), std::nullopt);
+  add("AverageTimer_EqualBases", PERF_AVERAGE_TIMER, B(100, 5), B(0, 5, 10), std::nullopt);
 
-  // (current.timestamp - current.value) / current frequency.
-  add("ElapsedTime_NoPrevious", PERF_ELAPSED_TIME, S(1000, 5000, 100), std::nullopt, 40.0);
-  add("ElapsedTime_WithPrevious", PERF_ELAPSED_TIME, S(1000, 5000, 100), S(0, 0, 0), 40.0);
-  add("ElapsedTime_FrequencyZero", PERF_ELAPSED_TIME, S(1000, 5000, 0), S(0, 0, 100), std::nullopt);
-  add("ElapsedTime_StartAfterNow", PERF_ELAPSED_TIME, S(6000, 5000, 100), std::nullopt, std::nullopt);
+  // PERF_ELAPSED_TIME: (D0 - N0) / F, D0 the object's time now (Timestamp_Object), N0 its start
+  // and F the object's frequency (Frequency_Object), from the current sample only
+  // (https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/cc756820(v=ws.10)).
+  {
+    // Started at a FILETIME and sampled 12.5 s later; the PerfTime base plays no part.
+    CounterSample current = O(133'000'000'000'000'000, 133'000'000'125'000'000, 10'000'000);
+    current.timestamp = 5000;
+    current.frequency = 100;
+    add("ElapsedTime_FileTimes", PERF_ELAPSED_TIME, current, std::nullopt, 12.5);
+    add("ElapsedTime_WithPrevious", PERF_ELAPSED_TIME, current, O(0, 0, 0), 12.5);
+  }
+  add("ElapsedTime_ObjectFrequencyZero", PERF_ELAPSED_TIME, O(1000, 5000, 0), O(0, 0, 100), std::nullopt);
+  add("ElapsedTime_PerfTimeAloneGivesNothing", PERF_ELAPSED_TIME, S(1000, 5000, 100), std::nullopt, std::nullopt);
+  add("ElapsedTime_StartAfterNow", PERF_ELAPSED_TIME, O(6000, 5000, 100), std::nullopt, std::nullopt);
 
   // Types outside the table.
   const std::pair<const char*, std::uint32_t> others[] = {

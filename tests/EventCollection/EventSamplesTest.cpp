@@ -141,10 +141,17 @@ std::optional<long long> InstantMicroseconds(const std::string& text)
   return ((days * 24 + h) * 60 + mi) * 60 * 1000000LL + s * 1000000LL + micro;
 }
 
-bool IsHex(const std::string& text)
+// A whole number in decimal or 0x-hex: the references write SizeT values in decimal where
+// Windows writes 0x-hex, so numbers compare by value.
+std::optional<unsigned long long> WholeNumber(const std::string& text)
 {
-  return text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X') &&
-         std::all_of(text.begin() + 2, text.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
+  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+  const auto digits = text.begin() + (hex ? 2 : 0);
+  if (digits == text.end() || !std::all_of(digits, text.end(), [hex](unsigned char c) {
+        return hex ? std::isxdigit(c) != 0 : std::isdigit(c) != 0;
+      }))
+    return std::nullopt;
+  return std::strtoull(text.c_str() + (hex ? 2 : 0), nullptr, hex ? 16 : 10);
 }
 
 // Equal after the normalisation the samples' README gives.
@@ -152,8 +159,10 @@ bool SameDataValue(const std::string& ours, const std::string& reference)
 {
   if (ours == reference)
     return true;
-  if (IsHex(ours) && IsHex(reference))
-    return std::strtoull(ours.c_str() + 2, nullptr, 16) == std::strtoull(reference.c_str() + 2, nullptr, 16);
+  const auto ourNumber = WholeNumber(ours);
+  const auto referenceNumber = WholeNumber(reference);
+  if (ourNumber && referenceNumber)
+    return *ourNumber == *referenceNumber;
   const auto a = InstantMicroseconds(ours);
   const auto b = InstantMicroseconds(reference);
   if (a && b)

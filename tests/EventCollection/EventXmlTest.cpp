@@ -107,6 +107,15 @@ TEST(EventXml, TextsAreDecodedAndConcatenated)
                                                   L"\x00E9\x4E2D\U0001F600"}));
 }
 
+TEST(EventXml, LineEndsAreNormalisedOnlyWhereTheTextHasThem)
+{
+  EXPECT_EQ(Read(L"<Event><EventData><Data>a\r\nb\rc</Data><Data>d\ne</Data></EventData></Event>").Data,
+            (std::vector<std::wstring>{L"a\nb\nc", L"d\ne"}));
+  EXPECT_EQ(Read(L"<Event><System><Provider Name='p\r\nq'/></System></Event>").Provider, L"p\nq");
+  EXPECT_EQ(Read(L"<Event><EventData><Data>no reference here</Data></EventData></Event>").Data,
+            (std::vector<std::wstring>{L"no reference here"}));
+}
+
 TEST(EventXml, StopsAtTheTerminatingZero)
 {
   std::wstring xml = L"<Event><System><Level>2</Level></System></Event>";

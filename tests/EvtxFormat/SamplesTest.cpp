@@ -68,15 +68,18 @@ long long MillisOfDay(const std::string& created)
   return ((h * 60LL + m) * 60 + s) * 1000 + std::stoll(created.substr(20));
 }
 
-bool ParseHex(const std::string& s, unsigned long long& out)
+// A whole number written in decimal or as 0x-hex: the references write SizeT values in
+// decimal where Windows (and we) write 0x-hex, and pad hex numbers differently.
+bool ParseNumber(const std::string& s, unsigned long long& out)
 {
-  if (s.size() < 3 || s[0] != '0' || (s[1] != 'x' && s[1] != 'X'))
+  const bool hex = s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X');
+  const std::string digits = hex ? s.substr(2) : s;
+  if (digits.empty() || digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
     return false;
   try
   {
-    std::size_t used = 0;
-    out = std::stoull(s.substr(2), &used, 16);
-    return used == s.size() - 2;
+    out = std::stoull(digits, nullptr, hex ? 16 : 10);
+    return true;
   }
   catch (...)
   {
@@ -119,7 +122,7 @@ bool DataEqual(const std::string& expected, const std::string& actualRaw)
   if (expected == actual)
     return true;
   unsigned long long a = 0, b = 0;
-  if (ParseHex(expected, a) && ParseHex(actual, b))
+  if (ParseNumber(expected, a) && ParseNumber(actual, b))
     return a == b;
   const std::string le = Lower(expected), la = Lower(actual);
   if (le == la && (le == "true" || le == "false" || (le.size() == 38 && le.front() == '{')))

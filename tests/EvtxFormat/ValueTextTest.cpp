@@ -31,7 +31,18 @@ TEST(ValueText, Integers)
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 4294967295)), "4294967295");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int64, INT64_MIN)), "-9223372036854775808");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
-  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 588)), "588");
+}
+
+// Pointer-sized values as Windows shows them: 4624's ProcessId is 0x44c in Microsoft's example.
+TEST(ValueText, SizeTIsLowerCaseHex)
+{
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 0x44c)), "0x44c");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::SizeT, 0)), "0x0");
+  const WriterValue four{static_cast<std::uint8_t>(ValueType::SizeT), {0xef, 0xbe, 0xad, 0xde}};
+  EXPECT_EQ(Text(four), "0xdeadbeef");
+  const WriterValue array{static_cast<std::uint8_t>(static_cast<std::uint8_t>(ValueType::SizeT) | evtx::kArrayFlag),
+                          {4, 0, 0, 0, 0, 0, 0, 0, 0x4c, 4, 0, 0, 0, 0, 0, 0}};
+  EXPECT_EQ(Text(array), "0x4, 0x44c");
 }
 
 TEST(ValueText, HexIntegersAreLowerCaseWithoutPadding)
@@ -64,6 +75,16 @@ TEST(ValueText, GuidSidTimes)
   EXPECT_EQ(Text(WriterValue::Sid("S-1-5-18")), "S-1-5-18");
   EXPECT_EQ(Text(WriterValue::FileTime(131124751716816408ull)), "2016-07-08T18:12:51.6816408Z");
   EXPECT_EQ(Text(WriterValue::SystemTime(2024, 5, 1, 10, 20, 30, 123)), "2024-05-01T10:20:30.1230000Z");
+}
+
+// MS-DTYP 2.4.2.1: an identifier authority of 2^32 or more is "0x" and 12 hex digits.
+TEST(ValueText, SidWithALargeAuthorityIsHex)
+{
+  const WriterValue large{static_cast<std::uint8_t>(ValueType::Sid),
+                          {1, 2, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 21, 0, 0, 0, 0xe8, 3, 0, 0}};
+  EXPECT_EQ(Text(large), "S-1-0x000100000000-21-1000");
+  const WriterValue below{static_cast<std::uint8_t>(ValueType::Sid), {1, 1, 0, 0, 0xff, 0xff, 0xff, 0xff, 7, 0, 0, 0}};
+  EXPECT_EQ(Text(below), "S-1-4294967295-7");
 }
 
 TEST(ValueText, StringsDropTrailingNuls)

@@ -93,7 +93,7 @@ TEST(WriterRoundTrip, EveryValueTypeRendersAsWindowsDoes)
     "<Data Name='u16'>65535</Data><Data Name='i32'>-70000</Data><Data Name='u32'>4000000000</Data>"
     "<Data Name='i64'>-5000000000</Data><Data Name='u64'>5000000000</Data><Data Name='r32'>1.5</Data>"
     "<Data Name='r64'>-0.25</Data><Data Name='bool'>true</Data><Data Name='bin'>0102AB</Data>"
-    "<Data Name='guid'>{54849625-5478-4994-A5BA-3E3B0328C30D}</Data><Data Name='size'>588</Data>"
+    "<Data Name='guid'>{54849625-5478-4994-A5BA-3E3B0328C30D}</Data><Data Name='size'>0x24c</Data>"
     "<Data Name='ft'>2016-07-08T18:12:51.6816408Z</Data><Data Name='st'>2024-05-01T10:20:30.1230000Z</Data>"
     "<Data Name='sid'>S-1-5-32-544</Data><Data Name='h32'>0x3e7</Data><Data Name='h64'>0x1234567890</Data>"
     // An array value repeats its element once per item.

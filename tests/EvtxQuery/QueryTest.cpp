@@ -102,7 +102,19 @@ INSTANTIATE_TEST_SUITE_P(
     Case{L"*[System[ ( EventID = 4624 ) ]]", true, false}, Case{L"*[System[EventID=-1]]", false, false},
     Case{L"*[System[EventID=4624.0]]", true, false}, Case{L"*[System/NoSuchElement]", false, false},
     Case{L"*[System[true()]]", true, true}, Case{L"*[System[false()]]", false, false},
-    Case{L"*[System[(EventID=4624)=true()]]", true, false}, Case{L"Event[System[EventID=7036]]", false, true}), RowName());
+    Case{L"*[System[(EventID=4624)=true()]]", true, false}, Case{L"Event[System[EventID=7036]]", false, true},
+    // Event Viewer's custom range: times compare as instants, whatever their fraction digits.
+    Case{L"*[System[TimeCreated[@SystemTime>='2024-05-01T10:20:00.000Z' and @SystemTime<='2024-05-01T10:21:00.999Z']]]",
+         true, false},
+    Case{L"*[System[TimeCreated[@SystemTime>='2024-05-01T10:20:30.1234568Z']]]", false, false},
+    Case{L"*[System[TimeCreated[@SystemTime<='2024-05-01T10:20:30.123Z']]]", false, true},
+    Case{L"*[System[TimeCreated[@SystemTime>'2024-04-30T10:20:30Z']]]", true, false},
+    Case{L"*[System[TimeCreated['2024-04-30T10:20:30Z'<@SystemTime]]]", true, false},
+    Case{L"*[System[Computer>'a']]", false, false}, Case{L"*[System[Computer<='z']]", false, false},
+    // position(), the one core function of the subset.
+    Case{L"*[EventData/Data[position()=2]='alice']", true, false},
+    Case{L"*[EventData/Data[position()>2]=10]", true, false}, Case{L"*[EventData/Data[position()=1]='alice']", false, false},
+    Case{L"*[position()=1]", true, true}, Case{L"*[System/*[position()=2 and .=4624]]", true, false}), RowName());
 
 class InvalidXPath : public testing::TestWithParam<const wchar_t*>
 {
@@ -116,7 +128,11 @@ INSTANTIATE_TEST_SUITE_P(
                   L"*[System[EventID='1]]", L"*[System[EventID==1]]", L"*[unknown(1)]", L"*[band(Keywords)]",
                   L"*[System[EventID=1]] junk", L"*[@]", L"*[System[(EventID=1]]", L"*[System[EventID=1)]]",
                   L"*[System[EventID=0x]]", L"*[System[EventID=1.2.3]]", L"*[System[EventID=1 and]]", L"*[#]",
-                  L"*[text()[1]]", L"/Event", L"*[System[EventID=-x]]"), RowName());
+                  L"*[text()[1]]", L"/Event", L"*[System[EventID=-x]]",
+                  // Outside the subset Windows accepts: other axes, functions, unions, arithmetic.
+                  L"//Event", L"*[System/..]", L"*[count(System)]", L"*[contains(System/Computer,'h')]",
+                  L"*[System/EventID|System/Level]", L"*[System[EventID+1=2]]", L"*[position(1)]",
+                  L"*[System[EventID mod 2]]", L"*[parent::System]"), RowName());
 
 TEST(XPath, DeepNestingIsAnErrorNotACrash)
 {
@@ -253,4 +269,56 @@ INSTANTIATE_TEST_SUITE_P(
                   L"<QueryList><Query><Select Path=\"A\">*<b/></Select></Query></QueryList>",
                   L"<QueryList><Other/></QueryList>",
                   L"<QueryList><Query><Select Path=\"A\">*</Select><Other/></Query></QueryList>"), RowName());
+} // namespace
+
+namespace
+{
+TEST(QueryList, ChannelNamesDifferingInCaseAreOneChannel)
+{
+  const Query query = Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"System\">*[System[EventID=1]]</Select>"
+                                   L"</Query><Query Id=\"1\"><Select Path=\"system\">*[System[EventID=2]]</Select>"
+                                   L"<Select Path=\"/logs/System.evtx\">*</Select><Select Path=\"/logs/system.evtx\">*"
+                                   L"</Select></Query></QueryList>",
+                                   L"");
+  EXPECT_EQ(query.Channels(), (std::vector<std::wstring>{L"System", L"/logs/System.evtx", L"/logs/system.evtx"}));
+}
+} // namespace
+
+namespace
+{
+// EvtQueryTolerateQueryErrors: https://learn.microsoft.com/en-us/windows/win32/api/winevt/ne-winevt-evt_query_flags
+const wchar_t* const kOneQuoteTooMany =
+  L"<QueryList><Query Id=\"0\"><Select Path=\"Security\">*[System[Provider[@Name='O'Brien']]]</Select></Query>"
+  L"<Query Id=\"1\"><Select Path=\"System\">*[System[EventID=7036]]</Select></Query></QueryList>";
+
+TEST(QueryList, AMalformedQuerySpoilsOnlyItselfWhenErrorsAreTolerated)
+{
+  EXPECT_THROW(Query::Parse(kOneQuoteTooMany, L""), QueryError);
+  const Query query = Query::Parse(kOneQuoteTooMany, L"", true);
+  ASSERT_EQ(query.Channels(), (std::vector<std::wstring>{L"System"}));
+  EXPECT_TRUE(query.Matches(0, XmlEventView(kService), OneHourLater()));
+}
+
+TEST(QueryList, NothingWellFormedIsStillAnError)
+{
+  EXPECT_THROW(Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"System\">*[</Select></Query></QueryList>",
+                            L"", true),
+               QueryError);
+}
+
+TEST(QueryList, DroppingTheQueriesOfAChannelKeepsTheOthers)
+{
+  Query query = Query::Parse(L"<QueryList><Query Id=\"0\"><Select Path=\"Missing\">*</Select><Select Path=\"System\">"
+                             L"*[System[EventID=1]]</Select></Query><Query Id=\"1\"><Select Path=\"System\">"
+                             L"*[System[EventID=7036]]</Select></Query><Query Id=\"2\"><Select Path=\"Security\">*"
+                             L"</Select></Query></QueryList>",
+                             L"");
+  ASSERT_EQ(query.Channels(), (std::vector<std::wstring>{L"Missing", L"System", L"Security"}));
+  query.DropQueriesReading(0);
+  EXPECT_FALSE(query.Reads(0));
+  EXPECT_TRUE(query.Reads(1));
+  EXPECT_TRUE(query.Reads(2));
+  EXPECT_TRUE(query.Matches(1, XmlEventView(kService), OneHourLater()));
+  EXPECT_TRUE(query.SelectsAll(2));
+}
 } // namespace

@@ -30,3 +30,12 @@ TEST(Strings, InvalidWideCharactersBecomeReplacementCharacters)
   EXPECT_EQ(kelda::FromUtf8(kelda::ToUtf8(text)).substr(0, 2), L"x\uFFFD");
   EXPECT_EQ(kelda::ToUtf8(text).substr(1, 3), "\xEF\xBF\xBD");
 }
+
+TEST(Strings, AppendUtf8KeepsWhatTheBufferHeld)
+{
+  std::string out = "[";
+  kelda::AppendUtf8(out, L"ab\u00E9c");
+  kelda::AppendUtf8(out, L"");
+  kelda::AppendUtf8(out, L"\U0001F600d");
+  EXPECT_EQ(out, "[ab\xC3\xA9" "c\xF0\x9F\x98\x80" "d");
+}

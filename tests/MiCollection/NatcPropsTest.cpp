@@ -40,6 +40,46 @@ TEST(NatcProps, OnceOverTheOperatingSystemPrintsOneRecordAndTheStates)
   EXPECT_EQ(states, (std::vector<std::string>{"Starting", "Running", "Stopping", "Stopped"}));
 }
 
+// The raw data as Windows publishes it: SystemUpTime is the boot moment as a FILETIME, measured
+// against Timestamp_Object at Frequency_Object; the committed-bytes fraction comes with its base.
+TEST(NatcProps, RawPerformanceDataInWindowsShape)
+{
+  const Result system = RunProps("--class Win32_PerfRawData_PerfOS_System --property SystemUpTime "
+                                 "--property Timestamp_Object --property Frequency_Object --once");
+  EXPECT_EQ(system.status, 0);
+  int records = 0;
+  for (const auto& line : system.lines)
+  {
+    const auto json = nlohmann::json::parse(line);
+    if (json.contains("state"))
+      continue;
+    ++records;
+    const auto& fields = json.at("fields");
+    const auto boot = fields.at("SystemUpTime").get<long long>();
+    const auto now = fields.at("Timestamp_Object").get<long long>();
+    EXPECT_EQ(fields.at("Frequency_Object").get<long long>(), 10'000'000);
+    // FILETIMEs: 100 ns units since 1601, so 1970 is 116,444,736,000,000,000.
+    EXPECT_GT(boot, 116'444'736'000'000'000LL);
+    EXPECT_GT(now, boot);
+  }
+  EXPECT_EQ(records, 1);
+
+  const Result memory = RunProps("--class Win32_PerfRawData_PerfOS_Memory --property PercentCommittedBytesInUse "
+                                 "--property PercentCommittedBytesInUse_Base --once");
+  EXPECT_EQ(memory.status, 0);
+  records = 0;
+  for (const auto& line : memory.lines)
+  {
+    const auto json = nlohmann::json::parse(line);
+    if (json.contains("state"))
+      continue;
+    ++records;
+    EXPECT_GT(json.at("fields").at("PercentCommittedBytesInUse_Base").get<long long>(), 0);
+    EXPECT_GE(json.at("fields").at("PercentCommittedBytesInUse").get<long long>(), 0);
+  }
+  EXPECT_EQ(records, 1);
+}
+
 TEST(NatcProps, FailedFirstUpdateExitsWithOne)
 {
   const Result result = RunProps("--class No_Such_Class --property Name --once");

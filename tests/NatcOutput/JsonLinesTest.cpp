@@ -1,10 +1,14 @@
 #include "output/JsonLines.h"
+#include "output/JsonString.h"
 
 #include "Collector.Interfaces.Impl.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <limits>
 #include <memory>
+#include <string>
 
 namespace
 {
@@ -83,4 +87,68 @@ TEST(JsonLines, StateLineNamesTheState)
             R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"WindowsEvents",)"
             R"("state":"Error","description":"The parameter is incorrect."})");
   EXPECT_EQ(natc::StateName(static_cast<ICollectionTypes::States>(9)), L"Unknown");
+}
+
+TEST(JsonLines, TextsAreEscapedAndKeptAsUtf8)
+{
+  CRecordOnVectorNoKey record(0, 2);
+  record.AddField(Name(L"s"), FieldValue(tstring(L"q\"b\\n\nt\t\x01 \u00E9\U0001F600")));
+  record.AddField(Name(L"nan"), FieldValue(std::numeric_limits<double>::quiet_NaN()));
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"C", record),
+            R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"C","type":0,)"
+            R"("fields":{"s":"q\"b\\n\nt\t\u0001 )" "\xC3\xA9\xF0\x9F\x98\x80" R"(","nan":null}})");
+}
+
+TEST(JsonLines, PrinterWritesItsLinesInOrderByTheStateLine)
+{
+  std::FILE* file = std::tmpfile();
+  ASSERT_NE(file, nullptr);
+  {
+    auto printer = std::make_shared<natc::JsonLinePrinter>(L"C", file);
+    for (int i = 0; i < 3; ++i)
+    {
+      auto record = std::make_shared<CRecordOnVectorNoKey>(0, 1);
+      record->AddField(Name(L"i"), FieldValue(static_cast<__int64>(i)));
+      const std::shared_ptr<collector::ni::IRecord> records[] = {record};
+      printer->OnRecords(kCollection, records);
+    }
+    // A state line goes out at once, with every line before it.
+    printer->OnStateChanged(kCollection, FixedState(ICollectionTypes::Running, L""));
+    std::rewind(file);
+    std::string text(4096, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    const std::string head = R"({"collection":"{01234567-89AB-CDEF-0123-456789ABCDEF}","class":"C",)";
+    EXPECT_EQ(text, head + R"("type":0,"fields":{"i":0}})" "\n" + head + R"("type":0,"fields":{"i":1}})" "\n" +
+                      head + R"("type":0,"fields":{"i":2}})" "\n" + head + R"("state":"Running","description":""})" "\n");
+    EXPECT_EQ(printer->RecordCount(), 3u);
+  }
+  std::fclose(file);
+}
+
+TEST(JsonLines, BrokenWideCharactersBecomeReplacementCharacters)
+{
+  std::vector<char> buffer;
+  std::wstring text = L"a";
+  text += static_cast<wchar_t>(0xD800);
+  text += L"\x1F";
+  const std::string quoted(buffer.data(), natc::QuoteJsonString(text, buffer));
+  EXPECT_EQ(quoted, "\"a\xEF\xBF\xBD\\u001F\"");
+  EXPECT_EQ(std::string(buffer.data(), natc::QuoteJsonString(L"", buffer)), "\"\"");
+}
+
+TEST(JsonLines, QuotingMatchesAtEveryBlockPosition)
+{
+  // Texts longer than a block, with a character that needs work at every position.
+  const std::wstring specials[] = {L"\"", L"\\", L"\n", L"\x01", L"\u00E9", L"\x7F"};
+  const std::string quoted[] = {"\\\"", "\\\\", "\\n", "\\u0001", "\xC3\xA9", "\x7F"};
+  std::vector<char> buffer;
+  for (std::size_t kind = 0; kind < std::size(specials); ++kind)
+  {
+    for (std::size_t at = 0; at < 40; ++at)
+    {
+      const std::wstring text = std::wstring(at, L'a') + specials[kind] + std::wstring(40 - at, L'b');
+      const std::string expected = "\"" + std::string(at, 'a') + quoted[kind] + std::string(40 - at, 'b') + "\"";
+      ASSERT_EQ(std::string(buffer.data(), natc::QuoteJsonString(text, buffer)), expected) << kind << " " << at;
+    }
+  }
 }

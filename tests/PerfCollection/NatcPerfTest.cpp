@@ -1,13 +1,17 @@
 // natc perf as a user runs it on this machine: two updates of the processor's busy time give
 // counter records on the second update only, each pointing at a target record that names its
-// counter and instance; bad arguments exit 2 with a usage line.
+// counter and instance; System Up Time and committed bytes in use agree with /proc on the first
+// update; bad arguments exit 2 with a usage line.
 #include "TestSupport/CommandOutput.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -64,6 +68,70 @@ TEST(NatcPerf, TwoUpdatesGiveBusyPercentagesWhoseTargetsNameTheirCounter)
   for (const auto& [id, instance] : targetInstances)
     sawTotal = sawTotal || instance.empty();
   EXPECT_TRUE(sawTotal);
+}
+
+double UptimeSeconds()
+{
+  std::ifstream file("/proc/uptime");
+  double seconds = 0;
+  file >> seconds;
+  return seconds;
+}
+
+// Committed_AS / CommitLimit of /proc/meminfo, in percent.
+double CommittedPercent()
+{
+  std::ifstream file("/proc/meminfo");
+  std::string line;
+  double committed = 0;
+  double limit = 0;
+  while (std::getline(file, line))
+  {
+    std::istringstream fields(line);
+    std::string name;
+    double kb = 0;
+    fields >> name >> kb;
+    if (name == "Committed_AS:")
+      committed = kb;
+    else if (name == "CommitLimit:")
+      limit = kb;
+  }
+  return limit > 0 ? 100.0 * committed / limit : -1.0;
+}
+
+TEST(NatcPerf, UpTimeAndCommittedBytesInUseAreTrueOnTheFirstUpdate)
+{
+  const std::string upTime = "Win32_PerfRawData_PerfOS_System:SystemUpTime";
+  const std::string inUse = "Win32_PerfRawData_PerfOS_Memory:PercentCommittedBytesInUse";
+  const double uptimeBefore = UptimeSeconds();
+  const double committedBefore = CommittedPercent();
+  const CommandOutput output = Perf("--counter " + upTime + " --counter " + inUse + " --once");
+  const double uptimeAfter = UptimeSeconds();
+  const double committedAfter = CommittedPercent();
+  ASSERT_EQ(output.status, 0);
+  std::map<long long, std::string> counterOf;
+  std::map<std::string, double> values;
+  std::vector<std::pair<long long, double>> records;
+  for (const std::string& text : output.lines)
+  {
+    const auto line = nlohmann::json::parse(text);
+    if (line.contains("state"))
+      continue;
+    const auto& fields = line.at("fields");
+    if (line.at("type") == 1)
+      counterOf[fields.at("id").get<long long>()] = fields.at("c").get<std::string>();
+    else
+      records.emplace_back(fields.at("id").get<long long>(), fields.at("v").get<double>());
+  }
+  for (const auto& [id, value] : records)
+    values[counterOf.at(id)] = value;
+  // Neither needs a previous sample: PERF_ELAPSED_TIME and PERF_RAW_FRACTION over its base.
+  ASSERT_EQ(values.count(upTime), 1U);
+  ASSERT_EQ(values.count(inUse), 1U);
+  EXPECT_GE(values[upTime], uptimeBefore - 1.0);
+  EXPECT_LE(values[upTime], uptimeAfter + 1.0);
+  EXPECT_GE(values[inUse], std::min(committedBefore, committedAfter) - 1.0);
+  EXPECT_LE(values[inUse], std::max(committedBefore, committedAfter) + 1.0);
 }
 
 TEST(NatcPerf, BadArgumentsExitWithTwoAndSayWhy)

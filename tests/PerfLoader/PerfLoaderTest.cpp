@@ -583,3 +583,125 @@ TEST_F(PerfLoaderTest, IntervalDividesByTheNewFrequency)
   EXPECT_EQ(Data(L"a", L"Raw").value, 1.0);
 }
 } // namespace
+
+// A class shaped as Windows publishes its raw classes: the three time bases and "<counter>_Base"
+// properties right after their counters.
+class PerfLoaderWindowsShapeTest : public ::testing::Test
+{
+protected:
+  static constexpr const wchar_t* windowsClass = L"Test_PerfWindows";
+
+  void SetUp() override
+  {
+    provider = host.AddClass(
+        ClassBuilder(windowsClass)
+            .Key(L"Name")
+            .Property(L"Frequency_Object", Type::UInt64)
+            .Property(L"Frequency_PerfTime", Type::UInt64)
+            .Property(L"Frequency_Sys100NS", Type::UInt64)
+            .Property(L"Timestamp_Object", Type::UInt64)
+            .Property(L"Timestamp_PerfTime", Type::UInt64)
+            .Property(L"Timestamp_Sys100NS", Type::UInt64)
+            .Property(L"Busy", Type::UInt64, CounterType(std::uint32_t{PERF_100NSEC_TIMER}))
+            .Property(L"Fraction", Type::UInt32, CounterType(std::uint32_t{PERF_RAW_FRACTION}))
+            .Property(L"Fraction_Base", Type::UInt32, CounterType(std::uint32_t{PERF_RAW_BASE}))
+            .Property(L"PerRead", Type::UInt32, CounterType(std::uint32_t{PERF_AVERAGE_TIMER}))
+            .Property(L"PerRead_Base", Type::UInt32, CounterType(std::uint32_t{PERF_AVERAGE_BASE}))
+            .Property(L"Started", Type::UInt64, CounterType(std::uint32_t{PERF_ELAPSED_TIME}))
+            .Build());
+    application = CMiApplication::CreateInstance();
+    session = std::make_shared<CMiSession>(application);
+    session->Connect(host.Destination(), L"", L"", L"");
+    loader.SetFilter(CMiPerformanceLoader::ClassFilters({{windowsClass, {L"Busy", L"Fraction", L"PerRead", L"Started"}}}));
+  }
+
+  // One reading `seconds` after a start at FILETIME 133e15, on a PerfTime of 3,579,545 Hz.
+  void Set(std::uint64_t seconds, std::uint64_t busy, std::optional<std::uint32_t> fractionBase, std::uint32_t readTicks,
+           std::uint32_t reads)
+  {
+    provider->Clear();
+    auto& instance = provider->AddEmpty();
+    instance.Set(L"Name", std::wstring(L"x"));
+    instance.Set(L"Frequency_Object", std::uint64_t{10'000'000});
+    instance.Set(L"Frequency_PerfTime", std::uint64_t{3'579'545});
+    instance.Set(L"Frequency_Sys100NS", std::uint64_t{10'000'000});
+    instance.Set(L"Timestamp_Object", startFileTime + seconds * 10'000'000);
+    instance.Set(L"Timestamp_PerfTime", seconds * 3'579'545);
+    instance.Set(L"Timestamp_Sys100NS", startFileTime + seconds * 10'000'000);
+    instance.Set(L"Busy", busy);
+    instance.Set(L"Fraction", std::uint32_t{1});
+    if (fractionBase)
+      instance.Set(L"Fraction_Base", *fractionBase);
+    instance.Set(L"PerRead", readTicks);
+    instance.Set(L"PerRead_Base", reads);
+    instance.Set(L"Started", startFileTime);
+  }
+
+  std::optional<double> Value(const wchar_t* counter) const
+  {
+    return loader.Results().at(windowsClass).instances.at(L"x").at(counter).value;
+  }
+
+  static constexpr std::uint64_t startFileTime = 133'000'000'000'000'000;
+  cim::testing::TestHost host{L"perfloader"};
+  std::shared_ptr<cim::testing::TestProvider> provider;
+  std::shared_ptr<CMiApplication> application;
+  std::shared_ptr<CMiSession> session;
+  CLoggerCapture capture;
+  CMiPerformanceLoader loader{std::make_shared<CLog>(nullptr, L"[MiLoader]")};
+};
+
+TEST_F(PerfLoaderWindowsShapeTest, FirstInstanceAddsTheDeclaredTimeBasesAndBasesToTheQuery)
+{
+  Set(10, 0, 4, 0, 0);
+  EXPECT_EQ(loader.Queries()[0].query,
+            L"SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,Busy,Fraction,PerRead,Started FROM Test_PerfWindows");
+  cim::testing::MiMonitor().ClearHistory();
+  loader.Load(*session, nullptr);
+  const std::wstring full = L"SELECT Name,Frequency_PerfTime,Timestamp_PerfTime,Frequency_Object,Timestamp_Object,"
+                            L"Timestamp_Sys100NS,Busy,Fraction,Fraction_Base,PerRead,PerRead_Base,Started FROM Test_PerfWindows";
+  EXPECT_EQ(loader.Queries()[0].query, full);
+  auto operations = cim::testing::MiMonitor().Operations();
+  ASSERT_EQ(operations.size(), 2U);
+  EXPECT_EQ(operations[1].query, full);
+  // The first load's values come from the full query already.
+  EXPECT_EQ(Value(L"Fraction"), 25.0);
+  EXPECT_EQ(Value(L"Started"), 10.0);
+  const auto& sample = loader.Results().at(windowsClass).instances.at(L"x").at(L"Fraction").lastSample;
+  EXPECT_EQ(sample.base, 4);
+  EXPECT_EQ(sample.time100ns, static_cast<std::int64_t>(startFileTime + 100'000'000));
+  EXPECT_EQ(sample.objectFrequency, 10'000'000);
+
+  cim::testing::MiMonitor().ClearHistory();
+  loader.Load(*session, nullptr);
+  operations = cim::testing::MiMonitor().Operations();
+  ASSERT_EQ(operations.size(), 1U);
+  EXPECT_EQ(operations[0].query, full);
+}
+
+TEST_F(PerfLoaderWindowsShapeTest, CountersUseTheirTypesTimeBaseAndBase)
+{
+  Set(10, 0, 4, 0, 0);
+  loader.Load(*session, nullptr);
+  // 2 s later: 1 s busy (PERF_100NSEC_TIMER against Sys100NS, not the 3.58 MHz PerfTime), and
+  // 4 reads that took 1 s of PerfTime ticks (PERF_AVERAGE_TIMER over its base).
+  Set(12, 10'000'000, 4, 3'579'545, 4);
+  loader.Load(*session, nullptr);
+  ASSERT_TRUE(Value(L"Busy").has_value());
+  EXPECT_DOUBLE_EQ(*Value(L"Busy"), 50.0);
+  ASSERT_TRUE(Value(L"PerRead").has_value());
+  EXPECT_DOUBLE_EQ(*Value(L"PerRead"), 0.25);
+  EXPECT_EQ(Value(L"Started"), 12.0);
+  EXPECT_EQ(loader.Results().at(windowsClass).instances.at(L"x").at(L"Busy").interval, 2U);
+}
+
+TEST_F(PerfLoaderWindowsShapeTest, NullBaseIsNoReadingOfItsCounter)
+{
+  Set(10, 0, std::nullopt, 0, 0);
+  loader.Load(*session, nullptr);
+  const auto& data = loader.Results().at(windowsClass).instances.at(L"x").at(L"Fraction");
+  EXPECT_FALSE(data.value.has_value());
+  EXPECT_FALSE(data.hasSample);
+  EXPECT_EQ(Value(L"Started"), 10.0);
+  EXPECT_EQ(capture.Sink().Count(L"Failed"), 0U);
+}

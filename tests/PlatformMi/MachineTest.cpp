@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string_view>
+#include <utility>
 
 TEST(MiMachine, LocalDestinationsOpenAndQueryRootCimv2)
 {
@@ -78,6 +79,50 @@ TEST(MiMachine, ProcessorCountersCarryTheirCounterType)
   EXPECT_TRUE(total);
   EXPECT_GE(instances, 2); // at least one CPU and "_Total"
   MI_Operation_Close(&operation);
+  MI_Session_Close(&session, nullptr, nullptr);
+  MI_Application_Close(&application);
+}
+
+// Windows returns the key properties of every instance whatever the query selects: a projected
+// query of the processors still names each one, and of the processes still gives their Handle.
+TEST(MiMachine, ProjectedQueriesKeepTheKeyProperties)
+{
+  MI_Application application = MI_APPLICATION_NULL;
+  ASSERT_EQ(MI_Application_InitializeV1(0, nullptr, nullptr, &application), MI_RESULT_OK);
+  MI_Session session = MI_SESSION_NULL;
+  ASSERT_EQ(MI_Application_NewSession(&application, L"WMIDCOM", L"localhost", nullptr, nullptr, nullptr, &session),
+            MI_RESULT_OK);
+  const std::pair<const MI_Char*, const MI_Char*> cases[] = {
+      {L"SELECT PercentUserTime FROM Win32_PerfRawData_PerfOS_Processor", L"Name"},
+      {L"SELECT ProcessId FROM Win32_Process", L"Handle"},
+  };
+  for (const auto& [query, key] : cases)
+  {
+    MI_Operation operation = MI_OPERATION_NULL;
+    MI_Session_QueryInstances(&session, 0, nullptr, L"root/cimv2", L"WQL", query, nullptr, &operation);
+    int instances = 0;
+    MI_Boolean more = MI_TRUE;
+    while (more)
+    {
+      const MI_Instance* instance = nullptr;
+      MI_Result result = MI_RESULT_OK;
+      ASSERT_EQ(MI_Operation_GetInstance(&operation, &instance, &more, &result, nullptr, nullptr), MI_RESULT_OK);
+      ASSERT_EQ(result, MI_RESULT_OK);
+      if (!instance)
+        continue;
+      ++instances;
+      MI_Value value;
+      MI_Type type;
+      MI_Uint32 flags = 0;
+      ASSERT_EQ(MI_Instance_GetElement(instance, key, &value, &type, &flags, nullptr), MI_RESULT_OK);
+      EXPECT_FALSE(flags & MI_FLAG_NULL);
+      // A property neither selected nor a key is NULL.
+      ASSERT_EQ(MI_Instance_GetElement(instance, L"Caption", &value, &type, &flags, nullptr), MI_RESULT_OK);
+      EXPECT_TRUE(flags & MI_FLAG_NULL);
+    }
+    EXPECT_GT(instances, 0);
+    MI_Operation_Close(&operation);
+  }
   MI_Session_Close(&session, nullptr, nullptr);
   MI_Application_Close(&application);
 }

@@ -84,7 +84,8 @@ TEST_F(MiTest, QueryErrorsArriveWithTheFinalResult)
   const Case cases[] = {
       {L"root/nowhere", L"WQL", L"SELECT * FROM Test_Thing", MI_RESULT_INVALID_NAMESPACE},
       {L"root/cimv2", L"WQL", L"SELECT * FROM Nothing", MI_RESULT_INVALID_CLASS},
-      {L"root/cimv2", L"WQL", L"SELECT Missing FROM Test_Thing", MI_RESULT_NO_SUCH_PROPERTY},
+      {L"root/cimv2", L"WQL", L"SELECT Missing FROM Test_Thing", MI_RESULT_INVALID_QUERY},
+      {L"root/cimv2", L"WQL", L"SELECT  FROM Test_Thing", MI_RESULT_INVALID_QUERY},
       {L"root/cimv2", L"WQL", L"SELECT * FROM", MI_RESULT_INVALID_QUERY},
       {L"root/cimv2", L"CQL", L"SELECT * FROM Test_Thing", MI_RESULT_QUERY_LANGUAGE_NOT_SUPPORTED},
       {L"root/cimv2", nullptr, L"SELECT * FROM Test_Thing", MI_RESULT_QUERY_LANGUAGE_NOT_SUPPORTED},

@@ -3,6 +3,7 @@
 
 #include "Evtx/File.h"
 #include "Evtx/Query/Query.h"
+#include "WinEvt/Hosts.h"
 #include "WinEvt/ResultSet.h"
 
 #include <gtest/gtest.h>
@@ -41,13 +42,51 @@ protected:
   Handle session;
 };
 
-TEST(Session, UnknownHostIsUnavailable)
+// Windows opens a session without reaching the host or checking the logon; both are checked by
+// EvtQuery: https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession
+TEST(Session, AnUnknownHostFailsAtTheQuery)
 {
-  SetLastError(0);
-  EXPECT_FALSE(OpenSession(L"no-such-host.invalid"));
-  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
-  EXPECT_FALSE(OpenSession(L"/no/such/natc/dir"));
-  EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+  for (const wchar_t* server : {L"no-such-host.invalid", L"/no/such/natc/dir"})
+  {
+    Handle session = OpenSession(server);
+    ASSERT_TRUE(session) << "the session opens without reaching the host";
+    SetLastError(0);
+    EXPECT_FALSE(EvtQuery(session.get(), L"Application", L"*", EvtQueryChannelPath));
+    EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_FALSE(EvtOpenPublisherMetadata(session.get(), L"Natc-Test", nullptr, 0, 0));
+    EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+  }
+}
+
+// A host that checks logons: the wrong password or user fails at EvtQuery with
+// ERROR_LOGON_FAILURE, an account without rights on the logs with ERROR_ACCESS_DENIED.
+TEST(Session, CredentialsAreCheckedAtTheQuery)
+{
+  TempHost host;
+  WriteEvents(host.File("Application.evtx"), 3);
+  const std::string directory = host.Path().string();
+  struct Forget
+  {
+    std::string directory;
+    ~Forget() { natc::winevt::ForgetHostAccount(directory); }
+  } forget{directory};
+  natc::winevt::RegisterHostAccount(directory, L"admin", L"secret", true);
+  auto query = [&](const wchar_t* user, const wchar_t* password) {
+    std::wstring server = host.WidePath(), name = user, word = password;
+    EVT_RPC_LOGIN login{server.data(), name.data(), nullptr, word.data(), EvtRpcLoginAuthNegotiate};
+    Handle session(EvtOpenSession(EvtRpcLogin, &login, 0, 0));
+    EXPECT_TRUE(session) << "the session opens without checking the logon";
+    SetLastError(0);
+    Handle result(EvtQuery(session.get(), L"Application", L"*", EvtQueryChannelPath));
+    return result ? ERROR_SUCCESS : GetLastError();
+  };
+  EXPECT_EQ(query(L"ADMIN", L"secret"), ERROR_SUCCESS);
+  EXPECT_EQ(query(L"admin", L"wrong"), ERROR_LOGON_FAILURE);
+  EXPECT_EQ(query(L"someone", L"secret"), ERROR_LOGON_FAILURE);
+  natc::winevt::RegisterHostAccount(directory, L"admin", L"secret", false);
+  EXPECT_EQ(query(L"admin", L"secret"), ERROR_ACCESS_DENIED);
+  natc::winevt::ForgetHostAccount(directory);
+  EXPECT_EQ(query(L"anyone", L"anything"), ERROR_SUCCESS);
 }
 
 TEST(Session, CredentialsAreAcceptedAndLocalNamesWork)
@@ -191,9 +230,115 @@ TEST_F(Api, MissingChannelIsToleratedOnlyWhenAsked)
   EXPECT_EQ(ReadAll(tolerant.get()), Range(1, 5));
 }
 
+// Channel names are registry key names on Windows, which ignore case.
+TEST_F(Api, ChannelNamesDifferingInCaseAreReadOnce)
+{
+  Handle query = Query(nullptr,
+                       L"<QueryList><Query Id=\"0\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*</Select>"
+                       L"</Query><Query Id=\"1\"><Select Path=\"microsoft-windows-sysmon/operational\">*</Select>"
+                       L"</Query></QueryList>");
+  ASSERT_TRUE(query);
+  EXPECT_EQ(ReadAll(query.get()), Range(1, 5));
+}
+
+// With EvtQueryTolerateQueryErrors a malformed <Query> (here a provider name with a quote in
+// it) or one that names a missing channel is left out and the others run:
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/ne-winevt-evt_query_flags
+TEST_F(Api, AMalformedQuerySpoilsOnlyItselfWhenTolerated)
+{
+  const wchar_t* list = L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[Provider[@Name='O'Brien']]]"
+                        L"</Select></Query><Query Id=\"1\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*"
+                        L"</Select></Query></QueryList>";
+  SetLastError(0);
+  EXPECT_FALSE(Query(nullptr, list, EvtQueryChannelPath | EvtQueryForwardDirection));
+  EXPECT_EQ(GetLastError(), ERROR_EVT_INVALID_QUERY);
+  Handle tolerant = Query(nullptr, list, 0x1101);
+  ASSERT_TRUE(tolerant);
+  EXPECT_EQ(ReadAll(tolerant.get()), Range(1, 5));
+}
+
+TEST_F(Api, AMissingChannelSpoilsOnlyItsQueryWhenTolerated)
+{
+  const wchar_t* list = L"<QueryList><Query Id=\"0\"><Select Path=\"NoSuchLog\">*</Select><Select Path=\"Application\">*"
+                        L"</Select></Query><Query Id=\"1\"><Select Path=\"Application\">*[System[EventRecordID&lt;3]]"
+                        L"</Select></Query><Query Id=\"2\"><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*"
+                        L"</Select></Query></QueryList>";
+  Handle tolerant = Query(nullptr, list, 0x1101);
+  ASSERT_TRUE(tolerant);
+  EXPECT_EQ(ReadAll(tolerant.get()), (std::vector<std::uint64_t>{1, 2, 1, 2, 3, 4, 5}));
+}
+
+// EvtGetEventInfo(EvtEventPath) with its size protocol; the text follows the variant:
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtgeteventinfo
+std::wstring EventPath(EVT_HANDLE event)
+{
+  DWORD used = 0;
+  if (EvtGetEventInfo(event, EvtEventPath, 0, nullptr, &used) || GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+    return L"<no size>";
+  std::vector<EVT_VARIANT> buffer(used / sizeof(EVT_VARIANT) + 1);
+  if (!EvtGetEventInfo(event, EvtEventPath, used, buffer.data(), &used) || buffer[0].Type != EvtVarTypeString)
+    return L"<failed>";
+  return buffer[0].StringVal;
+}
+
+// The path of every event of a query, in order.
+std::vector<std::wstring> EventPaths(EVT_HANDLE query)
+{
+  std::vector<std::wstring> paths;
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0;
+  while (EvtNext(query, 1, &event, INFINITE, 0, &returned))
+  {
+    Handle owned(event);
+    paths.push_back(EventPath(event));
+  }
+  return paths;
+}
+
+TEST_F(Api, EventPathIsTheChannelOrFileTheEventCameFrom)
+{
+  Handle channels = Query(nullptr, L"<QueryList><Query Id=\"0\"><Select Path=\"Application\">*[System[EventRecordID=1]]"
+                                   L"</Select><Select Path=\"Microsoft-Windows-Sysmon/Operational\">*[System[EventRecordID=2]]"
+                                   L"</Select></Query></QueryList>");
+  ASSERT_TRUE(channels);
+  EXPECT_EQ(EventPaths(channels.get()),
+            (std::vector<std::wstring>{L"Application", L"Microsoft-Windows-Sysmon/Operational"}));
+  const std::wstring file = host.WidePath() + L"/Application.evtx";
+  Handle files(EvtQuery(nullptr, file.c_str(), L"*[System[EventRecordID=3]]", EvtQueryFilePath));
+  ASSERT_TRUE(files);
+  EXPECT_EQ(EventPaths(files.get()), (std::vector<std::wstring>{file}));
+  const std::wstring list = L"<QueryList><Query Id=\"0\"><Select Path=\"file://" + file +
+                            L"\">*[System[EventRecordID=4]]</Select></Query></QueryList>";
+  Handle scheme(EvtQuery(nullptr, nullptr, list.c_str(), EvtQueryForwardDirection));
+  ASSERT_TRUE(scheme);
+  EXPECT_EQ(EventPaths(scheme.get()), (std::vector<std::wstring>{file}));
+}
+
+TEST_F(Api, EventInfoRejectsWhatItCannotAnswer)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0, used = 0;
+  ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
+  Handle owned(event);
+  EVT_VARIANT small[1];
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventPath, sizeof small, small, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+  EXPECT_EQ(used, sizeof(EVT_VARIANT) + sizeof(L"Application"));
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventQueryIDs, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+  EXPECT_FALSE(EvtGetEventInfo(query.get(), EvtEventPath, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  EXPECT_FALSE(EvtGetEventInfo(event, EvtEventPropertyIdEND, 0, nullptr, &used));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
 TEST_F(Api, MalformedQueryIsInvalid)
 {
-  for (const wchar_t* text : {L"*[System[EventID=]]", L"<QueryList><Query>", L"<QueryList/>", L"Event["})
+  // Outside the documented subset (child and attribute axes; position(), band(), timediff()):
+  // https://learn.microsoft.com/en-us/windows/win32/wes/consuming-events#xpath-10-limitations
+  for (const wchar_t* text : {L"*[System[EventID=]]", L"<QueryList><Query>", L"<QueryList/>", L"Event[", L"//Event",
+                              L"*[count(System)]", L"*[System/EventID|System/Level]", L"*[System/..]"})
   {
     SetLastError(0);
     EXPECT_FALSE(Query(L"Application", text, 0x1101)) << text;
@@ -281,7 +426,7 @@ TEST_F(Api, RecordIdBoundSkipsOlderChunksWithoutLoadingThem)
   const std::uint32_t chunks = file.ChunkCount();
   ASSERT_GT(chunks, 3u);
   auto query = evtx::query::Query::ParseXPath(L"*[System[EventRecordID>1995]]", L"Big");
-  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string());
+  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string(), L"Big");
   std::vector<std::uint64_t> ids;
   std::shared_ptr<natc::winevt::EventObject> event;
   for (;;)

@@ -226,6 +226,48 @@ TEST_P(RenderAll, EveryDecodedRecordRendersWithTheReferenceSystemValues)
   RecordProperty("checked", static_cast<int>(checked));
 }
 
+// EvtRender's XML of one record of a sample log, served as the given channel.
+std::wstring RenderRecord(const std::string& sample, const std::wstring& channel, std::uint64_t recordId)
+{
+  TempHost host;
+  fs::create_symlink(EvtxSamplesDirectory() / sample, host.Path() / natc::winevt::ChannelFileName(channel));
+  Handle session = OpenSession(host.WidePath());
+  if (!session)
+    return L"<no session>";
+  const std::wstring xpath = L"*[System[EventRecordID=" + std::to_wstring(recordId) + L"]]";
+  Handle query(EvtQuery(session.get(), channel.c_str(), xpath.c_str(), EvtQueryChannelPath | EvtQueryForwardDirection));
+  EVT_HANDLE event = nullptr;
+  DWORD returned = 0;
+  if (!query || !EvtNext(query.get(), 1, &event, INFINITE, 0, &returned) || returned != 1)
+    return L"<no event>";
+  Handle owned(event);
+  return RenderXml(event);
+}
+
+// Windows renders pointer-sized values in 0x-hex: Microsoft's XML of event 4616 shows
+// <Data Name="ProcessId">0x1074</Data>. Record 599 of this log is a 4616 event of process 1100.
+TEST(RenderAllSamples, SizeTValuesRenderAsWindowsRendersThem)
+{
+  if (!fs::exists(EvtxSamplesDirectory() / "Security_with_size_t.evtx"))
+    GTEST_SKIP() << "sample missing";
+  const std::wstring xml = RenderRecord("Security_with_size_t.evtx", L"Security", 599);
+  EXPECT_NE(xml.find(L"<EventID>4616</EventID>"), std::wstring::npos) << evtx::query::ToUtf8(xml);
+  EXPECT_NE(xml.find(L"<Data Name='ProcessId'>0x44c</Data>"), std::wstring::npos) << evtx::query::ToUtf8(xml);
+}
+
+// Windows' EvtRender writes control characters as they are (strict XML readers reject its output
+// for them), so the events' text keeps them: record 55 of security.evtx holds U+0003 in a 4739.
+TEST(RenderAllSamples, ControlCharactersReachTheRenderedTextUnchanged)
+{
+  if (!fs::exists(EvtxSamplesDirectory() / "security.evtx"))
+    GTEST_SKIP() << "sample missing";
+  const std::wstring xml = RenderRecord("security.evtx", L"Security", 55);
+  EXPECT_NE(xml.find(L"<EventID>4739</EventID>"), std::wstring::npos) << evtx::query::ToUtf8(xml);
+  EXPECT_NE(xml.find(std::wstring(L"<Data Name='MinPasswordAge'>") + L'\x03' + L"</Data>"), std::wstring::npos)
+    << evtx::query::ToUtf8(xml);
+  EXPECT_EQ(xml.find(L'\x2403'), std::wstring::npos);
+}
+
 TEST(RenderAllSamples, FolderIsPresent)
 {
   EXPECT_FALSE(SampleNames().empty()) << "no samples under " << EvtxSamplesDirectory();

@@ -28,6 +28,8 @@ struct Reference
   std::uint32_t eventId;
   std::string provider;
   std::string channel;
+  // "2016-07-08T18:12:51.682": the time to the millisecond, as the reference readers write it.
+  std::string created;
 };
 
 std::vector<Reference> LoadReference(const std::string& name)
@@ -41,7 +43,8 @@ std::vector<Reference> LoadReference(const std::string& name)
       continue;
     const auto j = nlohmann::json::parse(line);
     records.push_back({j.at("record_id").get<std::uint64_t>(), j.at("event_id").get<std::uint32_t>(),
-                       j.at("provider").get<std::string>(), j.at("channel").get<std::string>()});
+                       j.at("provider").get<std::string>(), j.at("channel").get<std::string>(),
+                       j.at("created").is_string() ? j.at("created").get<std::string>() : std::string()});
   }
   return records;
 }
@@ -145,6 +148,37 @@ TEST_P(Sample, RecordIdBoundGivesExactlyTheNewerRecords)
   for (const auto id : newer)
     EXPECT_NE(std::find(expected.begin(), expected.end(), id), expected.end())
       << "record " << id << " is not newer than " << bookmark;
+}
+
+// Event Viewer's filter for a custom time range, which Windows answers with the events inside it:
+// https://learn.microsoft.com/en-us/windows/win32/wes/consuming-events (XPath 1.0 limitations).
+TEST_P(Sample, TimeRangeAsEventViewerWritesItMatchesTheReference)
+{
+  std::vector<std::string> times;
+  for (const Reference& r : reference)
+    if (r.created.size() == 23)
+      times.push_back(r.created);
+  std::sort(times.begin(), times.end());
+  times.erase(std::unique(times.begin(), times.end()), times.end());
+  if (times.size() < 4)
+    GTEST_SKIP() << "too few distinct times in the reference";
+  const std::string low = times[times.size() / 4], high = times[times.size() * 3 / 4];
+  const std::wstring xpath = L"*[System[TimeCreated[@SystemTime&gt;='" + evtx::query::FromUtf8(low) +
+                             L"Z' and @SystemTime&lt;='" + evtx::query::FromUtf8(high) + L"Z']]]";
+  const auto ids = Select(xpath);
+  const std::set<std::uint64_t> selected(ids.begin(), ids.end());
+  std::size_t inside = 0;
+  for (const Reference& r : reference)
+  {
+    // The reference times are rounded to milliseconds: records in a bound's millisecond may fall
+    // on either side of it.
+    if (r.created.size() != 23 || r.created == low || r.created == high)
+      continue;
+    const bool expected = r.created > low && r.created < high;
+    inside += expected ? 1 : 0;
+    EXPECT_EQ(selected.count(r.recordId) == 1, expected) << "record " << r.recordId << " at " << r.created;
+  }
+  EXPECT_GT(inside, 0u);
 }
 
 TEST(Samples, DirectoryIsThere)

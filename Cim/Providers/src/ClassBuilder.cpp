@@ -9,6 +9,8 @@ namespace
 void Append(ClassDecl& decl, const PropertyDefinition& definition)
 {
   PropertyDecl property{definition.name, definition.type, {}};
+  if (definition.key)
+    property.qualifiers.push_back({L"Key", Value(true)});
   if (definition.counterType != 0)
     property.qualifiers.push_back({L"CounterType", Value(definition.counterType)});
   decl.properties.push_back(std::move(property));
@@ -27,7 +29,7 @@ std::shared_ptr<const ClassDecl> MakeClass(const wchar_t* name, std::size_t expe
   return decl;
 }
 
-std::shared_ptr<const ClassDecl> MakePerfClass(const wchar_t* name, std::size_t expectedCount,
+std::shared_ptr<const ClassDecl> MakePerfClass(const wchar_t* name, std::size_t expectedCount, PerfInstances instances,
                                                std::initializer_list<PropertyDefinition> counters)
 {
   if (PerfBaseCount + counters.size() != expectedCount)
@@ -36,7 +38,7 @@ std::shared_ptr<const ClassDecl> MakePerfClass(const wchar_t* name, std::size_t 
   decl->name = name;
   const PropertyDefinition base[] = {
       {L"Caption", Type::String},          {L"Description", Type::String},
-      {L"Name", Type::String},             {L"Frequency_Object", Type::UInt64},
+      {L"Name", Type::String, 0, instances == PerfInstances::Named}, {L"Frequency_Object", Type::UInt64},
       {L"Frequency_PerfTime", Type::UInt64}, {L"Frequency_Sys100NS", Type::UInt64},
       {L"Timestamp_Object", Type::UInt64}, {L"Timestamp_PerfTime", Type::UInt64},
       {L"Timestamp_Sys100NS", Type::UInt64},
@@ -53,11 +55,10 @@ void SetPerfBase(Instance& instance, std::optional<std::wstring> name, const Per
 {
   if (name)
     Put(instance, PerfName, std::move(*name));
-  // The object time base is the performance time base here.
-  Put(instance, PerfFrequencyObject, PerfFrequency);
-  Put(instance, PerfFrequencyPerfTime, PerfFrequency);
-  Put(instance, PerfFrequencySys100NS, PerfFrequency);
-  Put(instance, PerfTimestampObject, stamp.perfTime);
+  Put(instance, PerfFrequencyObject, Units100nsPerSecond);
+  Put(instance, PerfFrequencyPerfTime, stamp.frequency);
+  Put(instance, PerfFrequencySys100NS, Units100nsPerSecond);
+  Put(instance, PerfTimestampObject, stamp.sys100ns);
   Put(instance, PerfTimestampPerfTime, stamp.perfTime);
   Put(instance, PerfTimestampSys100NS, stamp.sys100ns);
 }

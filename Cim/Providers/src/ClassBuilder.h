@@ -1,5 +1,6 @@
 // Declares a class from a table of properties, and fills the properties every raw
-// performance class inherits (Win32_Perf: names, frequencies, timestamps).
+// performance class inherits (Win32_Perf: names, frequencies, timestamps). Key properties carry
+// the qualifier "Key" = true, which keeps them in every projected query, as WMI does.
 #pragma once
 
 #include "Cim/Machine/Clock.h"
@@ -17,6 +18,7 @@ struct PropertyDefinition
   const wchar_t* name;
   Type type;
   std::uint32_t counterType = 0; // 0: not a counter, no "CounterType" qualifier
+  bool key = false;
 };
 
 // expectedCount guards the index enumeration that the builder uses against the table: a
@@ -31,10 +33,17 @@ enum PerfBaseIndex : std::size_t
   PerfCaption, PerfDescription, PerfName, PerfFrequencyObject, PerfFrequencyPerfTime, PerfFrequencySys100NS,
   PerfTimestampObject, PerfTimestampPerfTime, PerfTimestampSys100NS, PerfBaseCount
 };
-std::shared_ptr<const ClassDecl> MakePerfClass(const wchar_t* name, std::size_t expectedCount,
+// A class of named instances has "Name" as its key; a single-instance class (Windows marks it
+// Singleton: System, Memory) has no key.
+enum class PerfInstances
+{
+  Named, Single
+};
+std::shared_ptr<const ClassDecl> MakePerfClass(const wchar_t* name, std::size_t expectedCount, PerfInstances instances,
                                                std::initializer_list<PropertyDefinition> counters);
 
-// Name (null for a single-instance class), frequencies and the timestamps of one sample.
+// Name (null for a single-instance class) and the three time bases of one sample: PerfTime at the
+// stamp's frequency, Sys100NS and Object as FILETIMEs at 10,000,000.
 void SetPerfBase(Instance& instance, std::optional<std::wstring> name, const PerfStamp& stamp);
 
 inline void Put(Instance& instance, std::size_t index, Value value) { instance.elements[index].value = std::move(value); }

@@ -12,7 +12,15 @@ constexpr std::uint64_t FileTimeEpochOffset = 116'444'736'000'000'000ULL;
 
 std::uint64_t To100ns(const timespec& time)
 {
-  return static_cast<std::uint64_t>(time.tv_sec) * PerfFrequency + static_cast<std::uint64_t>(time.tv_nsec) / 100;
+  return static_cast<std::uint64_t>(time.tv_sec) * Units100nsPerSecond + static_cast<std::uint64_t>(time.tv_nsec) / 100;
+}
+
+// Ticks of `frequency` in a time, without overflow for any uptime.
+std::uint64_t ToTicks(const timespec& time, std::uint64_t frequency)
+{
+  constexpr std::uint64_t nanosecondsPerSecond = 1'000'000'000;
+  return static_cast<std::uint64_t>(time.tv_sec) * frequency +
+         static_cast<std::uint64_t>(time.tv_nsec) * frequency / nanosecondsPerSecond;
 }
 
 // Days since 1970-01-01 to a civil date (proleptic Gregorian).
@@ -30,12 +38,16 @@ void CivilFromDays(std::int64_t days, std::int64_t& year, std::uint32_t& month, 
 }
 } // namespace
 
-PerfStamp SamplePerfStamp()
+PerfStamp SamplePerfStamp(std::uint64_t frequency)
 {
   PerfStamp stamp;
+  stamp.frequency = frequency == 0 ? MachinePerfFrequency : frequency;
   timespec time{};
   if (clock_gettime(CLOCK_BOOTTIME, &time) == 0)
-    stamp.perfTime = To100ns(time);
+  {
+    stamp.perfTime = ToTicks(time, stamp.frequency);
+    stamp.boot100ns = To100ns(time);
+  }
   if (clock_gettime(CLOCK_REALTIME, &time) == 0)
     stamp.sys100ns = To100ns(time) + FileTimeEpochOffset;
   return stamp;

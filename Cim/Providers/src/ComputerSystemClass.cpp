@@ -47,7 +47,7 @@ std::wstring SystemTypeOf(std::string_view machine)
 std::shared_ptr<const ClassDecl> ComputerSystemClass()
 {
   static const auto decl = MakeClass(L"Win32_ComputerSystem", Count, {
-      {L"Name", Type::String},
+      {L"Name", Type::String, 0, true},
       {L"Caption", Type::String},
       {L"DNSHostName", Type::String},
       {L"Domain", Type::String},

@@ -69,7 +69,7 @@ std::uint32_t DriveTypeOf(std::string_view fsType)
 std::shared_ptr<const ClassDecl> LogicalDiskClass()
 {
   static const auto decl = MakeClass(L"Win32_LogicalDisk", Count, {
-      {L"DeviceID", Type::String},
+      {L"DeviceID", Type::String, 0, true},
       {L"Name", Type::String},
       {L"Caption", Type::String},
       {L"FileSystem", Type::String},

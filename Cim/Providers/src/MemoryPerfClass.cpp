@@ -19,9 +19,16 @@
 // | PagesOutputPersec        | uint32  | PERF_COUNTER_COUNTER                 | pswpout                      |
 // | PageWritesPersec         | uint32  | PERF_COUNTER_COUNTER                 | pswpout                      |
 // | PagesPersec              | uint32  | PERF_COUNTER_COUNTER                 | PagesInput + PagesOutput     |
+// | PercentCommittedBytesInUse | uint32 | PERF_RAW_FRACTION 0x20020400        | Committed_AS (kB)            |
+// | PercentCommittedBytesInUse_Base | uint32 | PERF_RAW_BASE 0x40030403     | CommitLimit (kB)             |
+// The fraction and its base are 32-bit, as Windows declares them; both are halved together until
+// the base fits, which keeps their ratio. The base follows its counter, as Windows requires
+// (https://learn.microsoft.com/en-us/windows/win32/wmisdk/base-counter-types).
 #include "ClassBuilder.h"
 #include "Cim/Machine/Classes.h"
 #include "Cim/Machine/CounterTypes.h"
+
+#include <cstdint>
 
 namespace cim::machine
 {
@@ -31,7 +38,8 @@ enum P : std::size_t
 {
   AvailableBytes = PerfBaseCount, AvailableKBytes, AvailableMBytes, CacheBytes, CommittedBytes, CommitLimit,
   FreeAndZeroPageListBytes, ModifiedPageListBytes, PoolPagedBytes, PoolNonpagedBytes, PageFaultsPersec,
-  PageReadsPersec, PagesInputPersec, PagesOutputPersec, PageWritesPersec, PagesPersec, Count
+  PageReadsPersec, PagesInputPersec, PagesOutputPersec, PageWritesPersec, PagesPersec, PercentCommittedBytesInUse,
+  PercentCommittedBytesInUseBase, Count
 };
 
 void PutBytes(Instance& memory, std::size_t index, std::optional<std::uint64_t> kb)
@@ -46,12 +54,27 @@ void PutCount(Instance& memory, std::size_t index, std::optional<std::uint64_t> 
   if (count)
     Put(memory, index, static_cast<std::uint32_t>(*count));
 }
+
+void PutCommittedFraction(Instance& memory, std::optional<std::uint64_t> committed, std::optional<std::uint64_t> limit)
+{
+  if (!committed || !limit)
+    return;
+  auto part = *committed;
+  auto whole = *limit;
+  while (whole > UINT32_MAX || part > UINT32_MAX)
+  {
+    part >>= 1;
+    whole >>= 1;
+  }
+  Put(memory, PercentCommittedBytesInUse, static_cast<std::uint32_t>(part));
+  Put(memory, PercentCommittedBytesInUseBase, static_cast<std::uint32_t>(whole));
+}
 } // namespace
 
 std::shared_ptr<const ClassDecl> MemoryPerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Memory", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Memory", Count, PerfInstances::Single, {
       {L"AvailableBytes", Type::UInt64, LargeRawCount},
       {L"AvailableKBytes", Type::UInt64, LargeRawCount},
       {L"AvailableMBytes", Type::UInt64, LargeRawCount},
@@ -68,6 +91,8 @@ std::shared_ptr<const ClassDecl> MemoryPerfClass()
       {L"PagesOutputPersec", Type::UInt32, Counter},
       {L"PageWritesPersec", Type::UInt32, Counter},
       {L"PagesPersec", Type::UInt32, Counter},
+      {L"PercentCommittedBytesInUse", Type::UInt32, RawFraction},
+      {L"PercentCommittedBytesInUse_Base", Type::UInt32, RawBase},
   });
   return decl;
 }
@@ -85,8 +110,11 @@ void BuildMemoryPerf(const NamedNumbers& meminfo, const NamedNumbers& vmstat, co
     Put(memory, AvailableMBytes, *available / 1024);
   }
   PutBytes(memory, CacheBytes, Lookup(meminfo, "Cached"));
-  PutBytes(memory, CommittedBytes, Lookup(meminfo, "Committed_AS"));
-  PutBytes(memory, CommitLimit, Lookup(meminfo, "CommitLimit"));
+  const auto committed = Lookup(meminfo, "Committed_AS");
+  const auto limit = Lookup(meminfo, "CommitLimit");
+  PutBytes(memory, CommittedBytes, committed);
+  PutBytes(memory, CommitLimit, limit);
+  PutCommittedFraction(memory, committed, limit);
   PutBytes(memory, FreeAndZeroPageListBytes, Lookup(meminfo, "MemFree"));
   const auto dirty = Lookup(meminfo, "Dirty");
   const auto writeback = Lookup(meminfo, "Writeback");

@@ -42,7 +42,7 @@ std::uint32_t Low32(std::uint64_t value) { return static_cast<std::uint32_t>(val
 std::shared_ptr<const ClassDecl> NetworkInterfacePerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_Tcpip_NetworkInterface", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_Tcpip_NetworkInterface", Count, PerfInstances::Named, {
       {L"BytesReceivedPersec", Type::UInt64, BulkCount},
       {L"BytesSentPersec", Type::UInt64, BulkCount},
       {L"BytesTotalPersec", Type::UInt64, BulkCount},

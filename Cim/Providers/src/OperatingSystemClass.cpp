@@ -71,7 +71,7 @@ std::shared_ptr<const ClassDecl> OperatingSystemClass()
 {
   static const auto decl = MakeClass(L"Win32_OperatingSystem", Count, {
       {L"Caption", Type::String},
-      {L"Name", Type::String},
+      {L"Name", Type::String, 0, true},
       {L"Version", Type::String},
       {L"BuildNumber", Type::String},
       {L"OSArchitecture", Type::String},

@@ -53,10 +53,10 @@ std::set<std::string, std::less<>> ReadPhysicalDisks()
 }
 } // namespace
 
-void CollectProcessorPerf(std::vector<Instance>& out)
+void CollectProcessorPerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
   const auto statText = ReadRequired("/proc/stat");
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   std::string interruptsText;
   std::map<std::uint32_t, std::uint64_t> interrupts;
   if (ReadText("/proc/interrupts", interruptsText))
@@ -64,20 +64,20 @@ void CollectProcessorPerf(std::vector<Instance>& out)
   BuildProcessorPerf(ParseProcStat(statText), interrupts, TicksPerSecond(), stamp, out);
 }
 
-void CollectMemoryPerf(std::vector<Instance>& out)
+void CollectMemoryPerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
   const auto meminfo = ReadRequired("/proc/meminfo");
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   std::string vmstat;
   ReadText("/proc/vmstat", vmstat);
   BuildMemoryPerf(ParseMeminfo(meminfo), ParseVmstat(vmstat), stamp, out);
 }
 
-void CollectSystemPerf(std::vector<Instance>& out)
+void CollectSystemPerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
   SystemPerfFacts facts;
   facts.stat = ParseProcStat(ReadRequired("/proc/stat"));
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   std::string text;
   if (ReadText("/proc/loadavg", text))
     facts.loadavg = ParseLoadavg(text);
@@ -86,18 +86,18 @@ void CollectSystemPerf(std::vector<Instance>& out)
   BuildSystemPerf(facts, stamp, out);
 }
 
-void CollectPhysicalDiskPerf(std::vector<Instance>& out)
+void CollectPhysicalDiskPerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
   const auto physical = ReadPhysicalDisks();
   const auto text = ReadRequired("/proc/diskstats");
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   BuildPhysicalDiskPerf(ParseDiskstats(text), physical, stamp, out);
 }
 
-void CollectNetworkInterfacePerf(std::vector<Instance>& out)
+void CollectNetworkInterfacePerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
   const auto text = ReadRequired("/proc/net/dev");
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   const auto interfaces = ParseNetDev(text);
   std::map<std::string, std::int64_t, std::less<>> speeds;
   std::string path;

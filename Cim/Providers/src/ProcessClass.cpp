@@ -70,7 +70,7 @@ std::shared_ptr<const ClassDecl> ProcessClass()
       {L"Caption", Type::String},
       {L"Description", Type::String},
       {L"ProcessId", Type::UInt32},
-      {L"Handle", Type::String},
+      {L"Handle", Type::String, 0, true},
       {L"ParentProcessId", Type::UInt32},
       {L"SessionId", Type::UInt32},
       {L"ExecutablePath", Type::String},

@@ -59,9 +59,9 @@ void CollectProcesses(std::vector<Instance>& out)
   });
 }
 
-void CollectProcessPerf(std::vector<Instance>& out)
+void CollectProcessPerf(std::uint64_t perfFrequency, std::vector<Instance>& out)
 {
-  const auto stamp = SamplePerfStamp();
+  const auto stamp = SamplePerfStamp(perfFrequency);
   ProcessPerfBuilder builder(TicksPerSecond(), PageSize(), stamp, out);
   std::string text;
   ProcPath path;

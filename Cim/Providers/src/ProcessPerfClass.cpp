@@ -1,12 +1,14 @@
 // Win32_PerfRawData_PerfProc_Process from /proc/<pid>/stat and statm, plus "Idle" (the idle
 // time of /proc/stat) and "_Total" (the sum of all, Idle included), as Windows shows them.
 // Names are the kernel's process names; repeated names get "#1", "#2"... in process id order.
+// ElapsedTime is measured against Timestamp_Object (the FILETIME of the sample, 10,000,000/s),
+// the 100 ns timers against Timestamp_Sys100NS, as Windows measures them.
 //
 // | Counter               | MI type | CounterType                        | Linux source                  |
 // |-----------------------|---------|------------------------------------|-------------------------------|
 // | IDProcess             | uint32  | PERF_COUNTER_RAWCOUNT 0x00010000   | pid                           |
 // | CreatingProcessID     | uint32  | PERF_COUNTER_RAWCOUNT              | ppid                          |
-// | ElapsedTime           | uint64  | PERF_ELAPSED_TIME 0x30240500       | start time since boot in 100 ns (same base as Timestamp_PerfTime) |
+// | ElapsedTime           | uint64  | PERF_ELAPSED_TIME 0x30240500       | start as a FILETIME: boot FILETIME + starttime; Idle and _Total: boot |
 // | PercentProcessorTime  | uint64  | PERF_100NSEC_TIMER 0x20510500      | utime + stime in 100 ns       |
 // | PercentUserTime       | uint64  | PERF_100NSEC_TIMER                 | utime                         |
 // | PercentPrivilegedTime | uint64  | PERF_100NSEC_TIMER                 | stime                         |
@@ -39,7 +41,7 @@ enum P : std::size_t
 std::shared_ptr<const ClassDecl> ProcessPerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfProc_Process", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfProc_Process", Count, PerfInstances::Named, {
       {L"IDProcess", Type::UInt32, RawCount},
       {L"CreatingProcessID", Type::UInt32, RawCount},
       {L"ElapsedTime", Type::UInt64, counter::ElapsedTime},
@@ -80,7 +82,7 @@ void ProcessPerfBuilder::Append(const ProcessStat& stat, const std::optional<Pro
   const auto workingSet = stat.residentPages * m_pageSize;
   Put(process, IDProcess, stat.pid);
   Put(process, CreatingProcessID, stat.ppid);
-  Put(process, ElapsedTime, TicksTo100ns(stat.startTicks, m_ticksPerSecond));
+  Put(process, ElapsedTime, m_stamp.BootFileTime() + TicksTo100ns(stat.startTicks, m_ticksPerSecond));
   Put(process, PercentProcessorTime, user + privileged);
   Put(process, PercentUserTime, user);
   Put(process, PercentPrivilegedTime, privileged);
@@ -119,7 +121,7 @@ void ProcessPerfBuilder::Finish(const ProcStat& systemStat)
     SetPerfBase(idle, std::wstring(L"Idle"), m_stamp);
     Put(idle, IDProcess, std::uint32_t{0});
     Put(idle, CreatingProcessID, std::uint32_t{0});
-    Put(idle, ElapsedTime, std::uint64_t{0});
+    Put(idle, ElapsedTime, m_stamp.BootFileTime());
     Put(idle, PercentProcessorTime, idleTime);
     Put(idle, PercentUserTime, std::uint64_t{0});
     Put(idle, PercentPrivilegedTime, idleTime);
@@ -136,7 +138,7 @@ void ProcessPerfBuilder::Finish(const ProcStat& systemStat)
   SetPerfBase(total, std::wstring(L"_Total"), m_stamp);
   Put(total, IDProcess, std::uint32_t{0});
   Put(total, CreatingProcessID, std::uint32_t{0});
-  Put(total, ElapsedTime, std::uint64_t{0});
+  Put(total, ElapsedTime, m_stamp.BootFileTime());
   Put(total, PercentProcessorTime, m_user + m_privileged + idleTime);
   Put(total, PercentUserTime, m_user);
   Put(total, PercentPrivilegedTime, m_privileged + idleTime);

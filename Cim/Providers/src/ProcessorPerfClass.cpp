@@ -1,6 +1,6 @@
 // Win32_PerfRawData_PerfOS_Processor from /proc/stat and /proc/interrupts.
-// Times are USER_HZ ticks turned into 100 ns units; Timestamp_PerfTime counts 100 ns since boot
-// at a frequency of 10,000,000, so the Windows timer formulas give true percentages.
+// Times are USER_HZ ticks turned into 100 ns units, as Windows counts processor time; the 100 ns
+// timers are measured against Timestamp_Sys100NS, whatever the host's performance frequency.
 //
 // | Counter               | MI type | CounterType                     | Linux source (per CPU)       |
 // |-----------------------|---------|---------------------------------|------------------------------|
@@ -43,7 +43,7 @@ void SetTimes(Instance& cpu, const CpuTimes& times, std::uint64_t hz, std::uint6
 std::shared_ptr<const ClassDecl> ProcessorPerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Processor", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_Processor", Count, PerfInstances::Named, {
       {L"PercentProcessorTime", Type::UInt64, Timer100nsInv},
       {L"PercentIdleTime", Type::UInt64, Timer100ns},
       {L"PercentUserTime", Type::UInt64, Timer100ns},

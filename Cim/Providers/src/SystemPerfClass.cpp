@@ -7,7 +7,9 @@
 // | Processes             | uint32  | PERF_COUNTER_RAWCOUNT 0x00010000  | numeric entries of /proc        |
 // | Threads               | uint32  | PERF_COUNTER_RAWCOUNT             | loadavg total scheduling entities |
 // | ProcessorQueueLength  | uint32  | PERF_COUNTER_RAWCOUNT             | procs_running minus online CPUs (ready, not running), at least 0 |
-// | SystemUpTime          | uint64  | PERF_ELAPSED_TIME 0x30240500      | 0: the boot moment in the performance time base, which counts from boot |
+// | SystemUpTime          | uint64  | PERF_ELAPSED_TIME 0x30240500      | the boot moment as a FILETIME (wall clock minus CLOCK_BOOTTIME) |
+// SystemUpTime is measured, as on Windows, against the object time base: Timestamp_Object (the
+// FILETIME of the sample) at Frequency_Object 10,000,000.
 #include "ClassBuilder.h"
 #include "Cim/Machine/Classes.h"
 #include "Cim/Machine/CounterTypes.h"
@@ -25,7 +27,7 @@ enum P : std::size_t
 std::shared_ptr<const ClassDecl> SystemPerfClass()
 {
   using namespace counter;
-  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_System", Count, {
+  static const auto decl = MakePerfClass(L"Win32_PerfRawData_PerfOS_System", Count, PerfInstances::Single, {
       {L"ContextSwitchesPersec", Type::UInt32, Counter},
       {L"Processes", Type::UInt32, RawCount},
       {L"Threads", Type::UInt32, RawCount},
@@ -50,6 +52,6 @@ void BuildSystemPerf(const SystemPerfFacts& facts, const PerfStamp& stamp, std::
     const auto queued = running > facts.onlineProcessors ? running - facts.onlineProcessors : 0;
     Put(system, ProcessorQueueLength, static_cast<std::uint32_t>(queued));
   }
-  Put(system, SystemUpTime, std::uint64_t{0});
+  Put(system, SystemUpTime, stamp.BootFileTime());
 }
 } // namespace cim::machine

@@ -4,8 +4,8 @@
 
 namespace cim::testing
 {
-TestHost::TestHost(std::wstring destination)
-    : m_destination(std::move(destination)), m_host(std::make_shared<Host>())
+TestHost::TestHost(std::wstring destination, std::uint64_t perfFrequency)
+    : m_destination(std::move(destination)), m_host(std::make_shared<Host>(perfFrequency))
 {
   Hosts::Attach(m_destination, m_host);
 }

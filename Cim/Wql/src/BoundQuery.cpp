@@ -29,7 +29,7 @@ std::size_t Resolve(const ClassDecl& decl, const std::wstring& name)
 {
   const std::size_t index = decl.Find(name);
   if (index == ClassDecl::npos)
-    throw Error{kNoSuchProperty, L"No such property: " + name};
+    throw Error{kInvalidQuery, L"Invalid query: no such property: " + name};
   return index;
 }
 

@@ -71,9 +71,9 @@ public:
       Next();
       query.selectAll = true;
     }
-    else if (!PeekKeyword(L"FROM"))
+    else
     {
-      // An empty list ("SELECT  FROM C") is accepted and selects the keys only.
+      // WMI refuses an empty list ("SELECT  FROM C") as WBEM_E_INVALID_QUERY: a name is required.
       query.properties.push_back(ExpectName(L"property name"));
       while (Peek().kind == Token::Kind::Comma)
       {

@@ -1,4 +1,5 @@
-// Text forms of substitution values as they appear in Windows' rendered event XML.
+// Text forms of substitution values as they appear in Windows' rendered event XML (the README's
+// "Event text forms on Windows" gives the Windows-rendered source of each).
 //
 // | Type (code)         | Text form                                                       |
 // |---------------------|-----------------------------------------------------------------|
@@ -11,7 +12,7 @@
 // | Bool (0x0d)         | true / false (any nonzero 32-bit value is true)                 |
 // | Binary (0x0e)       | upper-case hex digits, two per byte, no separator: 0A1BFF       |
 // | Guid (0x0f)         | {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}, upper case              |
-// | SizeT (0x10)        | unsigned decimal (4 or 8 bytes): 588                            |
+// | SizeT (0x10)        | 0x + lower-case hex, no padding (4 or 8 bytes): 0x44c           |
 // | FileTime (0x11)     | YYYY-MM-DDTHH:MM:SS.fffffffZ (UTC, 100 ns digits)               |
 // | SystemTime (0x12)   | YYYY-MM-DDTHH:MM:SS.mmm0000Z (milliseconds, same layout)        |
 // | Sid (0x13)          | S-1-5-21-...; an authority of 2^32 or more in 0x hex            |
@@ -409,9 +410,9 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
     break;
   case ValueType::SizeT:
     if (size >= 8)
-      return AppendNumber(out, Le64(p));
+      return AppendHex(out, Le64(p), 1);
     if (size >= 4)
-      return AppendNumber(out, Le32(p));
+      return AppendHex(out, Le32(p), 1);
     break;
   case ValueType::FileTime:
     if (size >= 8)

@@ -105,6 +105,15 @@ private:
 
   bool PredicatesHold(const Step& step, Node node, std::size_t position)
   {
+    const std::size_t outer = m_position;
+    m_position = position;
+    const bool hold = AllPredicatesHold(step, node, position);
+    m_position = outer;
+    return hold;
+  }
+
+  bool AllPredicatesHold(const Step& step, Node node, std::size_t position)
+  {
     for (const auto& predicate : step.predicates)
     {
       const Value v = Evaluate(*predicate, node, false);
@@ -185,7 +194,21 @@ private:
       return (a.string == b.string) == (op == CompareOp::Eq);
     const Number x = a.kind == Value::Kind::String ? ParseNumber(a.string) : a.number;
     const Number y = b.kind == Value::Kind::String ? ParseNumber(b.string) : b.number;
+    if ((!x.valid || !y.valid) && a.kind == Value::Kind::String && b.kind == Value::Kind::String)
+      return CompareTimes(a.string, b.string, op);
     return CompareNumbers(x, y, op);
+  }
+
+  // Event Viewer's custom time range compares @SystemTime with time texts by <= and >=, and
+  // Windows selects the events inside the range: two times compare as instants, whatever their
+  // number of fraction digits. Other texts stay NaN, as in XPath 1.0.
+  static bool CompareTimes(const std::wstring& a, const std::wstring& b, CompareOp op)
+  {
+    const auto x = ParseSystemTime(a);
+    const auto y = ParseSystemTime(b);
+    if (!x || !y)
+      return false;
+    return CompareNumbers(Number::FromUnsigned(*x), Number::FromUnsigned(*y), op);
   }
 
   bool Compare(const Value& a, const Value& b, CompareOp op)
@@ -266,6 +289,10 @@ private:
       break;
     }
     case Expr::Kind::TimeDiff: return TimeDiff(e, node, atRoot);
+    case Expr::Kind::Position:
+      v.kind = Value::Kind::Number;
+      v.number = Number::FromUnsigned(m_position);
+      break;
     case Expr::Kind::Literal:
       v.kind = Value::Kind::String;
       v.string = e.literal;
@@ -286,6 +313,9 @@ private:
 
   const EventView& m_view;
   const EvalContext& m_context;
+  // The position of the node a predicate is tested on, among the nodes its step selects; the
+  // event itself is the first of the virtual document's top-level elements.
+  std::size_t m_position = 1;
 };
 } // namespace
 

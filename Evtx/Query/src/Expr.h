@@ -1,5 +1,5 @@
 // The syntax tree of an event XPath: location paths of child, attribute and text() steps with
-// predicates, comparisons, and/or/not(), literals, numbers, band() and timediff().
+// predicates, comparisons, and/or/not(), literals, numbers, band(), timediff() and position().
 #pragma once
 
 #include "Number.h"
@@ -67,7 +67,8 @@ struct Expr
     Number,
     Boolean,
     Band,
-    TimeDiff
+    TimeDiff,
+    Position
   };
   Kind kind = Kind::Boolean;
   CompareOp op = CompareOp::Eq;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwctype>
 
 namespace evtx::query
 {
@@ -38,6 +39,18 @@ std::wstring ElementText(const pugi::xml_node& node)
   }
   return FromUtf8(text);
 }
+// Windows keeps its channels as registry keys (WINEVT\Channels), whose names are not case
+// sensitive: https://learn.microsoft.com/en-us/windows/win32/sysinfo/structure-of-the-registry.
+// A file path is compared as this system compares file names.
+bool SameChannel(std::wstring_view a, std::wstring_view b)
+{
+  const bool file = (!a.empty() && a.front() == L'/') || a.substr(0, 7) == L"file://";
+  if (file || a.size() != b.size())
+    return a == b;
+  return std::equal(a.begin(), a.end(), b.begin(),
+                    [](wchar_t x, wchar_t y) { return x == y || std::towlower(x) == std::towlower(y); });
+}
+
 // "*" or "Event" alone: selects every event.
 bool IsTrivial(const Expr& e)
 {
@@ -52,14 +65,15 @@ Query::~Query() = default;
 
 std::size_t Query::AddChannel(std::wstring_view path)
 {
-  const auto found = std::find(m_channels.begin(), m_channels.end(), path);
+  const auto found = std::find_if(m_channels.begin(), m_channels.end(),
+                                  [&](const std::wstring& known) { return SameChannel(known, path); });
   if (found != m_channels.end())
     return static_cast<std::size_t>(found - m_channels.begin());
   m_channels.emplace_back(path);
   return m_channels.size() - 1;
 }
 
-void Query::AddRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath)
+Query::Rule Query::MakeRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath)
 {
   const std::wstring_view trimmedPath = Trim(path);
   if (trimmedPath.empty())
@@ -68,8 +82,58 @@ void Query::AddRule(std::size_t queryIndex, std::wstring_view path, bool suppres
   if (selection.empty())
     throw QueryError("empty XPath");
   std::shared_ptr<const Expr> expr = ParseEventXPath(selection);
-  m_rules.push_back(Rule{queryIndex, AddChannel(trimmedPath), suppress, std::move(expr)});
+  // The channel is numbered once the whole Query has compiled (see AddQuery).
+  return Rule{queryIndex, 0, suppress, std::move(expr), std::wstring(trimmedPath)};
 }
+
+void Query::AddQuery(std::vector<Rule> rules)
+{
+  for (Rule& rule : rules)
+  {
+    rule.channel = AddChannel(rule.path);
+    m_rules.push_back(std::move(rule));
+  }
+}
+
+// The rules of one <Query>; throws QueryError when any of them is malformed.
+std::vector<Query::Rule> Query::ParseQueryElement(const pugi::xml_node& node, std::size_t queryIndex)
+{
+  if (std::strcmp(node.name(), "Query") != 0)
+    throw QueryError(std::string("unexpected element <") + node.name() + "> in <QueryList>");
+  const std::wstring queryPath = FromUtf8(node.attribute("Path").value());
+  std::vector<Rule> rules;
+  bool hasSelect = false;
+  for (const pugi::xml_node& rule : node.children())
+  {
+    if (rule.type() != pugi::node_element)
+      continue;
+    const bool suppress = std::strcmp(rule.name(), "Suppress") == 0;
+    if (!suppress && std::strcmp(rule.name(), "Select") != 0)
+      throw QueryError(std::string("unexpected element <") + rule.name() + "> in <Query>");
+    const pugi::xml_attribute path = rule.attribute("Path");
+    rules.push_back(MakeRule(queryIndex, path ? FromUtf8(path.value()) : queryPath, suppress, ElementText(rule)));
+    hasSelect = hasSelect || !suppress;
+  }
+  if (!hasSelect)
+    throw QueryError("a <Query> needs at least one <Select>");
+  return rules;
+}
+
+void Query::DropQueriesReading(std::size_t channel)
+{
+  std::vector<std::size_t> spoiled;
+  for (const Rule& rule : m_rules)
+    if (rule.channel == channel)
+      spoiled.push_back(rule.queryIndex);
+  m_rules.erase(std::remove_if(m_rules.begin(), m_rules.end(),
+                               [&](const Rule& rule) {
+                                 return std::find(spoiled.begin(), spoiled.end(), rule.queryIndex) != spoiled.end();
+                               }),
+                m_rules.end());
+  Finish();
+}
+
+bool Query::Reads(std::size_t channel) const { return channel < m_groups.size() && !m_groups[channel].empty(); }
 
 void Query::Finish()
 {
@@ -108,12 +172,12 @@ void Query::Finish()
 Query Query::ParseXPath(std::wstring_view xpath, std::wstring_view channel)
 {
   Query query;
-  query.AddRule(0, channel, false, xpath);
+  query.AddQuery({MakeRule(0, channel, false, xpath)});
   query.Finish();
   return query;
 }
 
-Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel)
+Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel, bool tolerateQueryErrors)
 {
   const std::wstring_view trimmed = Trim(text);
   if (trimmed.empty())
@@ -132,31 +196,28 @@ Query Query::Parse(std::wstring_view text, std::wstring_view defaultChannel)
 
   Query query;
   std::size_t queryIndex = 0;
+  std::size_t spoiled = 0;
   for (const pugi::xml_node& node : list.children())
   {
     if (node.type() != pugi::node_element)
       continue;
-    if (std::strcmp(node.name(), "Query") != 0)
-      throw QueryError(std::string("unexpected element <") + node.name() + "> in <QueryList>");
-    const std::wstring queryPath = FromUtf8(node.attribute("Path").value());
-    bool hasSelect = false;
-    for (const pugi::xml_node& rule : node.children())
+    try
     {
-      if (rule.type() != pugi::node_element)
-        continue;
-      const bool suppress = std::strcmp(rule.name(), "Suppress") == 0;
-      if (!suppress && std::strcmp(rule.name(), "Select") != 0)
-        throw QueryError(std::string("unexpected element <") + rule.name() + "> in <Query>");
-      const pugi::xml_attribute path = rule.attribute("Path");
-      query.AddRule(queryIndex, path ? FromUtf8(path.value()) : queryPath, suppress, ElementText(rule));
-      hasSelect = hasSelect || !suppress;
+      query.AddQuery(ParseQueryElement(node, queryIndex));
     }
-    if (!hasSelect)
-      throw QueryError("a <Query> needs at least one <Select>");
+    catch (const QueryError&)
+    {
+      // Tolerating query errors, a malformed <Query> is left out and the others run.
+      if (!tolerateQueryErrors)
+        throw;
+      ++spoiled;
+    }
     ++queryIndex;
   }
   if (queryIndex == 0)
     throw QueryError("the <QueryList> holds no <Query>");
+  if (spoiled == queryIndex)
+    throw QueryError("no <Query> of the <QueryList> is well formed");
   query.Finish();
   return query;
 }

@@ -329,6 +329,10 @@ private:
         e->right = ParseOr();
       }
     }
+    else if (name == L"position")
+    {
+      e->kind = Expr::Kind::Position;
+    }
     else if (name == L"true" || name == L"false")
     {
       e->kind = Expr::Kind::Boolean;

@@ -10,5 +10,8 @@ using tstring = std::wstring;
 namespace kelda
 {
 std::string ToUtf8(std::wstring_view text);
+// Appends the UTF-8 form of text to out (no allocation when out has room): for writers that
+// reuse one buffer.
+void AppendUtf8(std::string& out, std::wstring_view text);
 std::wstring FromUtf8(std::string_view text);
 } // namespace kelda

@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cwctype>
+#include <map>
+#include <mutex>
 #include <filesystem>
 #include <system_error>
 
@@ -57,6 +60,60 @@ std::optional<std::string> ResolveHost(const wchar_t* server, const std::string&
       (!shortLocal.empty() && lower == shortLocal))
     return LocalLogDirectory();
   return std::nullopt;
+}
+
+namespace
+{
+struct Account
+{
+  std::wstring user;
+  std::wstring password;
+  bool mayReadLogs = true;
+};
+
+struct Accounts
+{
+  std::mutex lock;
+  std::map<std::string, Account> byDirectory;
+};
+
+Accounts& RegisteredAccounts()
+{
+  static Accounts accounts;
+  return accounts;
+}
+
+bool SameUser(std::wstring_view a, std::wstring_view b)
+{
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) { return std::towlower(x) == std::towlower(y); });
+}
+} // namespace
+
+void RegisterHostAccount(const std::string& directory, std::wstring user, std::wstring password, bool mayReadLogs)
+{
+  Accounts& accounts = RegisteredAccounts();
+  const std::lock_guard guard(accounts.lock);
+  accounts.byDirectory[directory] = Account{std::move(user), std::move(password), mayReadLogs};
+}
+
+void ForgetHostAccount(const std::string& directory)
+{
+  Accounts& accounts = RegisteredAccounts();
+  const std::lock_guard guard(accounts.lock);
+  accounts.byDirectory.erase(directory);
+}
+
+DWORD CheckLogon(const std::string& directory, std::wstring_view user, std::wstring_view password)
+{
+  Accounts& accounts = RegisteredAccounts();
+  const std::lock_guard guard(accounts.lock);
+  const auto found = accounts.byDirectory.find(directory);
+  if (found == accounts.byDirectory.end())
+    return ERROR_SUCCESS;
+  if (!SameUser(user, found->second.user) || password != found->second.password)
+    return ERROR_LOGON_FAILURE;
+  return found->second.mayReadLogs ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
 }
 
 std::string ChannelFileName(std::wstring_view channel)

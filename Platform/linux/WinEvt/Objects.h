@@ -11,14 +11,23 @@
 
 namespace natc::winevt
 {
+// What EvtOpenSession was given. As on Windows, nothing is checked when the session opens: the
+// host and the logon are checked by each call that reads from it (see Connect in Hosts.h).
 class SessionObject final : public EvtObject
 {
 public:
-  explicit SessionObject(std::string directory) : m_directory(std::move(directory)) {}
-  const std::string& Directory() const { return m_directory; }
+  SessionObject(std::wstring server, std::wstring user, std::wstring password)
+    : m_server(std::move(server)), m_user(std::move(user)), m_password(std::move(password))
+  {
+  }
+  const std::wstring& Server() const { return m_server; }
+  const std::wstring& User() const { return m_user; }
+  const std::wstring& Password() const { return m_password; }
 
 private:
-  std::string m_directory;
+  std::wstring m_server;
+  std::wstring m_user;
+  std::wstring m_password;
 };
 
 // A loaded chunk shared by the events that came from it. Decoding and rendering use the chunk's
@@ -50,13 +59,16 @@ private:
 class EventObject final : public EvtObject
 {
 public:
-  EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::string logDirectory)
-    : m_chunk(std::move(chunk)), m_record(record), m_logDirectory(std::move(logDirectory))
+  EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::string logDirectory,
+              std::shared_ptr<const std::wstring> path)
+    : m_chunk(std::move(chunk)), m_record(record), m_logDirectory(std::move(logDirectory)), m_path(std::move(path))
   {
   }
 
   std::uint64_t RecordId() const { return m_record.id; }
   const std::string& LogDirectory() const { return m_logDirectory; }
+  // The channel or file path the event was read from (EvtGetEventInfo's EvtEventPath).
+  const std::wstring& Path() const { return *m_path; }
   // The event's XML as Windows renders it, kept in UTF-8 (a quarter of the wide text's memory)
   // with its length in wide characters; rendered once, then kept for the size protocol's second
   // call. False when the record cannot be rendered.
@@ -66,6 +78,7 @@ private:
   std::shared_ptr<SharedChunk> m_chunk;
   evtx::Record m_record;
   std::string m_logDirectory;
+  std::shared_ptr<const std::wstring> m_path;
   std::mutex m_lock;
   bool m_rendered = false;
   bool m_renderOk = false;

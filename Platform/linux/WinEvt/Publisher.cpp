@@ -50,19 +50,10 @@ EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisherId, LPC
   try
   {
     std::string directory;
-    if (session != nullptr)
+    if (const DWORD error = Connect(session, directory); error != ERROR_SUCCESS)
     {
-      const auto sessionObject = Find<SessionObject>(session);
-      if (!sessionObject)
-      {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-      }
-      directory = sessionObject->Directory();
-    }
-    else
-    {
-      directory = LocalLogDirectory();
+      SetLastError(error);
+      return nullptr;
     }
     const auto catalog = CurrentCatalog();
     auto messages = catalog ? catalog->Open(publisherId, directory) : nullptr;

@@ -15,13 +15,19 @@ constexpr DWORD kKnownFlags = EvtQueryChannelPath | EvtQueryFilePath | EvtQueryF
                               EvtQueryReverseDirection | EvtQueryTolerateQueryErrors;
 constexpr std::wstring_view kFileScheme = L"file://";
 
+// A path of the query without its file:// scheme, which marks a file among channels.
+std::wstring_view WithoutScheme(std::wstring_view path)
+{
+  return path.substr(0, kFileScheme.size()) == kFileScheme ? path.substr(kFileScheme.size()) : path;
+}
+
 // Opens the file behind one path of the query; 0 on success, else the error to report.
 DWORD OpenChannel(const std::string& directory, std::wstring_view path, bool filePaths, evtx::File& file)
 {
   std::optional<std::string> location;
-  if (path.substr(0, kFileScheme.size()) == kFileScheme)
+  if (WithoutScheme(path).size() != path.size())
   {
-    path.remove_prefix(kFileScheme.size());
+    path = WithoutScheme(path);
     filePaths = true;
   }
   if (filePaths)
@@ -52,27 +58,19 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
   try
   {
     std::string directory;
-    if (session != nullptr)
+    if (const DWORD error = natc::winevt::Connect(session, directory); error != ERROR_SUCCESS)
     {
-      const auto sessionObject = natc::winevt::Find<natc::winevt::SessionObject>(session);
-      if (!sessionObject)
-      {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-      }
-      directory = sessionObject->Directory();
-    }
-    else
-    {
-      directory = natc::winevt::LocalLogDirectory();
+      SetLastError(error);
+      return nullptr;
     }
 
+    const bool tolerate = (flags & EvtQueryTolerateQueryErrors) != 0;
     const std::wstring_view text = query != nullptr ? std::wstring_view(query) : std::wstring_view(L"*");
     const std::wstring_view channel = path != nullptr ? std::wstring_view(path) : std::wstring_view();
     std::optional<evtx::query::Query> compiled;
     try
     {
-      compiled.emplace(evtx::query::Query::Parse(text, channel));
+      compiled.emplace(evtx::query::Query::Parse(text, channel, tolerate));
     }
     catch (const evtx::query::QueryError&)
     {
@@ -82,22 +80,29 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
       return nullptr;
     }
 
-    const bool tolerate = (flags & EvtQueryTolerateQueryErrors) != 0;
-    std::vector<ChannelCursor> cursors;
-    for (std::size_t c = 0; c < compiled->Channels().size(); ++c)
+    std::vector<std::optional<evtx::File>> files(compiled->Channels().size());
+    for (std::size_t c = 0; c < files.size(); ++c)
     {
       evtx::File file;
       const DWORD error = OpenChannel(directory, compiled->Channels()[c], filePaths, file);
-      if (error != ERROR_SUCCESS)
+      if (error == ERROR_SUCCESS)
       {
-        // Tolerating query errors, a missing channel does not spoil the others.
-        if (tolerate)
-          continue;
+        files[c].emplace(std::move(file));
+        continue;
+      }
+      // Tolerating query errors, a missing channel spoils only the Queries that read it.
+      if (!tolerate)
+      {
         SetLastError(error);
         return nullptr;
       }
-      cursors.emplace_back(std::move(file), c, reverse, compiled->MinRecordId(c), directory);
+      compiled->DropQueriesReading(c);
     }
+    std::vector<ChannelCursor> cursors;
+    for (std::size_t c = 0; c < files.size(); ++c)
+      if (files[c] && compiled->Reads(c))
+        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c), directory,
+                             std::wstring(WithoutScheme(compiled->Channels()[c])));
     evtx::query::EvalContext context;
     context.nowFileTime = evtx::query::CurrentFileTime();
     return natc::winevt::Register(
@@ -133,13 +138,16 @@ BOOL EvtNext(EVT_HANDLE resultSet, DWORD eventsSize, PEVT_HANDLE events, DWORD t
       deadlinePassed = [deadline] { return GetTickCount64() >= deadline; };
     std::vector<std::shared_ptr<natc::winevt::EventObject>> found;
     found.reserve(eventsSize);
-    bool timedOut = false;
-    results->Next(eventsSize, found, deadlinePassed, timedOut);
+    using Shortfall = natc::winevt::ResultSetObject::Shortfall;
+    Shortfall shortfall = Shortfall::None;
+    results->Next(eventsSize, found, deadlinePassed, shortfall);
     for (auto& event : found)
       events[(*returned)++] = natc::winevt::Register(std::move(event));
     if (*returned > 0)
       return TRUE;
-    SetLastError(timedOut ? ERROR_TIMEOUT : ERROR_NO_MORE_ITEMS);
+    SetLastError(shortfall == Shortfall::TimedOut ? ERROR_TIMEOUT
+                 : shortfall == Shortfall::Stale  ? ERROR_EVT_QUERY_RESULT_STALE
+                                                  : ERROR_NO_MORE_ITEMS);
     return FALSE;
   }
   catch (const std::bad_alloc&)

@@ -1,8 +1,34 @@
-// EvtOpenSession: a host's logs are a directory of channel files (see Hosts.h).
+// EvtOpenSession and the check of a session's host and logon. Windows checks neither when the
+// session opens: an unknown host or a bad password surfaces at EvtQuery (RPC_S_SERVER_UNAVAILABLE,
+// ERROR_LOGON_FAILURE, ERROR_ACCESS_DENIED), see
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession
 #include "Hosts.h"
 #include "Objects.h"
 
 #include <new>
+
+namespace natc::winevt
+{
+DWORD Connect(EVT_HANDLE session, std::string& directory)
+{
+  if (session == nullptr)
+  {
+    directory = LocalLogDirectory();
+    return ERROR_SUCCESS;
+  }
+  const auto sessionObject = Find<SessionObject>(session);
+  if (!sessionObject)
+    return ERROR_INVALID_HANDLE;
+  auto resolved = ResolveHost(sessionObject->Server().c_str(), ThisHostName());
+  if (!resolved)
+    return RPC_S_SERVER_UNAVAILABLE;
+  const DWORD logon = CheckLogon(*resolved, sessionObject->User(), sessionObject->Password());
+  if (logon != ERROR_SUCCESS)
+    return logon;
+  directory = std::move(*resolved);
+  return ERROR_SUCCESS;
+}
+} // namespace natc::winevt
 
 EVT_HANDLE EvtOpenSession(EVT_LOGIN_CLASS loginClass, PVOID login, DWORD, DWORD flags) noexcept
 {
@@ -13,15 +39,10 @@ EVT_HANDLE EvtOpenSession(EVT_LOGIN_CLASS loginClass, PVOID login, DWORD, DWORD 
   }
   try
   {
-    // Credentials are accepted and not needed: the files are read with the process's rights.
     const auto* rpc = static_cast<const EVT_RPC_LOGIN*>(login);
-    auto directory = natc::winevt::ResolveHost(rpc->Server, natc::winevt::ThisHostName());
-    if (!directory)
-    {
-      SetLastError(RPC_S_SERVER_UNAVAILABLE);
-      return nullptr;
-    }
-    return natc::winevt::Register(std::make_shared<natc::winevt::SessionObject>(std::move(*directory)));
+    auto text = [](const wchar_t* value) { return value != nullptr ? std::wstring(value) : std::wstring(); };
+    return natc::winevt::Register(
+      std::make_shared<natc::winevt::SessionObject>(text(rpc->Server), text(rpc->User), text(rpc->Password)));
   }
   catch (const std::bad_alloc&)
   {

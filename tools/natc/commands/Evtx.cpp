@@ -1,8 +1,10 @@
 // natc evtx: dumps and describes .evtx files with our own reader.
-//   natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]
+//   natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl] [--threads N]
 //   natc evtx info FILE
-// xml prints each event's XML on one line (line breaks in values as character references);
-// jsonl prints one object per event with its System values and EventData texts.
+// xml prints each event's XML on one line (line breaks in values as character references, and the
+// control characters XML 1.0 forbids as their Unicode control pictures);
+// jsonl prints one object per event with its System values and EventData texts. --threads N
+// decodes chunks on N threads; the output is the same, in the same order.
 #include "CommandRegistry.h"
 #include "common/Arguments.h"
 
@@ -19,8 +21,14 @@
 #endif
 
 #include <algorithm>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <map>
+#include <mutex>
+#include <thread>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -141,6 +149,57 @@ void AppendJsonEvent(std::string& out, const evtx::EventTree& tree, const evtx::
   out += "]}\n";
 }
 
+// XML 1.0 forbids the C0 controls other than tab, LF and CR even as character references, and
+// Windows' EvtRender writes them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
+// https://github.com/BeanBagKing/EventFinder2/issues/5). The dump writes each as its Unicode
+// control picture, U+2400 + code (U+0003 as U+2403), so every line parses and keeps the code.
+bool ForbiddenInXml(char c)
+{
+  const auto u = static_cast<unsigned char>(c);
+  return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
+}
+
+// The first forbidden control at or after `from`, or the end. Eight bytes are tested at a time
+// for any byte below 0x20, as nearly every line has none.
+std::string::iterator FindForbiddenControl(std::string& xml, std::size_t from)
+{
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+  std::size_t at = from;
+  for (; at + 8 <= xml.size(); at += 8)
+  {
+    std::uint64_t block;
+    std::memcpy(&block, xml.data() + at, 8);
+    if (((block - 0x20 * kOnes) & ~block & kHighs) == 0)
+      continue;
+    for (std::size_t k = at; k < at + 8; ++k)
+      if (ForbiddenInXml(xml[k]))
+        return xml.begin() + static_cast<std::ptrdiff_t>(k);
+  }
+  return std::find_if(xml.begin() + static_cast<std::ptrdiff_t>(at), xml.end(), ForbiddenInXml);
+}
+
+void ReplaceForbiddenControls(std::string& xml, std::size_t from)
+{
+  const auto first = FindForbiddenControl(xml, from);
+  if (first == xml.end())
+    return;
+  std::string rest;
+  for (auto c = first; c != xml.end(); ++c)
+  {
+    if (ForbiddenInXml(*c))
+    {
+      // U+2400 + code in UTF-8: E2 90 (80 + code).
+      const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(*c))};
+      rest.append(picture, sizeof picture);
+    }
+    else
+    {
+      rest += *c;
+    }
+  }
+  xml.replace(first, xml.end(), rest);
+}
+
 #ifdef NATC_HAVE_EVTX_QUERY
 // The text of the event's System/Channel element, empty when it has none.
 void EventChannel(const evtx::query::EventView& view, std::wstring& channel)
@@ -178,103 +237,238 @@ struct DumpOptions
 {
   bool jsonl = false;
   std::string query;
+  unsigned threads = 1;
 };
+
+// What one reader needs to dump chunks: its own File (one per thread) and its scratch space.
+class ChunkDumper
+{
+public:
+  ChunkDumper(const std::string& path, const DumpOptions& options) : path_(path), options_(options)
+  {
+    render_.escapeLineBreaks = true;
+#ifdef NATC_HAVE_EVTX_QUERY
+    // A query list applies to the events of the channels it names; a bare XPath, whose channel
+    // is "*", to every event.
+    if (!options.query.empty())
+      query_.emplace(evtx::query::Query::Parse(evtx::Utf8ToWide(options.query), L"*"));
+#endif
+  }
+
+  evtx::Status Open() { return file_.Open(path_); }
+  std::uint32_t ChunkCount() const { return file_.ChunkCount(); }
+
+  // Appends the events of chunk `index` to out and its messages to errors; returns the number
+  // of records that could not be read.
+  int Dump(std::uint32_t index, std::string& out, std::string& errors)
+  {
+    std::shared_ptr<evtx::Chunk> chunk;
+    const evtx::Status loaded = file_.LoadChunk(index, chunk);
+    if (loaded == evtx::Status::Empty)
+      return 0;
+    if (loaded != evtx::Status::Ok)
+    {
+      errors += "natc evtx: " + path_ + ": chunk " + std::to_string(index) + " skipped: " +
+                evtx::StatusText(loaded) + "\n";
+      return 0;
+    }
+    int failures = 0;
+    const auto fail = [&](const evtx::Record& record, evtx::Status status) {
+      errors += "natc evtx: " + path_ + ": record " + std::to_string(record.id) + ": " + evtx::StatusText(status) +
+                "\n";
+      ++failures;
+    };
+    const bool needTree = options_.jsonl || !options_.query.empty();
+    for (const evtx::Record& record : chunk->Records())
+    {
+      if (needTree)
+      {
+        const evtx::Status decoded = chunk->Decode(record, tree_);
+        if (decoded != evtx::Status::Ok)
+        {
+          fail(record, decoded);
+          continue;
+        }
+#ifdef NATC_HAVE_EVTX_QUERY
+        if (query_)
+        {
+          const evtx::query::TreeEventView view(tree_);
+          EventChannel(view, channel_);
+          const std::size_t index = ChannelIndex(*query_, channel_);
+          if (index >= query_->Channels().size() || !query_->Matches(index, view, context_))
+            continue;
+        }
+#endif
+      }
+      if (options_.jsonl)
+      {
+        AppendJsonEvent(out, tree_, record);
+        continue;
+      }
+      const std::size_t start = out.size();
+      const evtx::Status rendered = chunk->RenderXml(record, out, render_);
+      if (rendered != evtx::Status::Ok)
+      {
+        fail(record, rendered);
+        continue;
+      }
+      ReplaceForbiddenControls(out, start);
+      out += '\n';
+    }
+    return failures;
+  }
+
+private:
+  std::string path_;
+  const DumpOptions& options_;
+  evtx::File file_;
+  evtx::EventTree tree_;
+  evtx::RenderOptions render_;
+#ifdef NATC_HAVE_EVTX_QUERY
+  std::optional<evtx::query::Query> query_;
+  const evtx::query::EvalContext context_{evtx::query::CurrentFileTime()};
+  std::wstring channel_;
+#endif
+};
+
+void WriteErrors(const std::string& errors)
+{
+  if (!errors.empty())
+    std::fwrite(errors.data(), 1, errors.size(), stderr);
+}
+
+// Chunks decode on `threads` readers, each with its own File; the output leaves in file order.
+// Memory stays bounded: a reader does not start a chunk more than `window` chunks ahead of
+// the one being written.
+int DumpInParallel(const std::string& path, const DumpOptions& options, std::uint32_t chunkCount, Output& output)
+{
+  struct Done
+  {
+    std::string text;
+    std::string errors;
+    int failures = 0;
+  };
+  const std::uint32_t window = options.threads * 4;
+  std::mutex lock;
+  std::condition_variable changed;
+  std::map<std::uint32_t, Done> done;
+  std::uint32_t next = 0;
+  std::uint32_t written = 0;
+  bool stop = false;
+  std::string openError;
+
+  const auto read = [&] {
+    ChunkDumper dumper(path, options);
+    if (const evtx::Status status = dumper.Open(); status != evtx::Status::Ok)
+    {
+      const std::lock_guard held(lock);
+      openError = evtx::StatusText(status);
+      stop = true;
+      changed.notify_all();
+      return;
+    }
+    // Buffers come back from the writer emptied, their capacity kept.
+    Done chunk;
+    for (;;)
+    {
+      std::uint32_t index = 0;
+      {
+        std::unique_lock held(lock);
+        changed.wait(held, [&] { return stop || next >= chunkCount || next < written + window; });
+        if (stop || next >= chunkCount)
+          return;
+        index = next++;
+      }
+      chunk.text.clear();
+      chunk.errors.clear();
+      chunk.failures = dumper.Dump(index, chunk.text, chunk.errors);
+      const std::lock_guard held(lock);
+      done.emplace(index, std::move(chunk));
+      chunk = Done{};
+      changed.notify_all();
+    }
+  };
+
+  std::vector<std::jthread> readers;
+  readers.reserve(options.threads);
+  for (unsigned i = 0; i < options.threads; ++i)
+    readers.emplace_back(read);
+
+  int failures = 0;
+  for (std::uint32_t index = 0; index < chunkCount; ++index)
+  {
+    Done chunk;
+    {
+      std::unique_lock held(lock);
+      changed.wait(held, [&] { return stop || done.count(index) != 0; });
+      if (stop)
+        break;
+      auto found = done.find(index);
+      chunk = std::move(found->second);
+      done.erase(found);
+      written = index + 1;
+      changed.notify_all();
+    }
+    output.Buffer() += chunk.text;
+    output.MaybeFlush();
+    if (!chunk.errors.empty())
+    {
+      // Messages keep their place among the events.
+      output.Flush();
+      std::fflush(stdout);
+      WriteErrors(chunk.errors);
+    }
+    failures += chunk.failures;
+  }
+  {
+    const std::lock_guard held(lock);
+    stop = true;
+    changed.notify_all();
+  }
+  readers.clear();
+  if (!openError.empty())
+  {
+    std::fprintf(stderr, "natc evtx: %s: %s\n", path.c_str(), openError.c_str());
+    return 1;
+  }
+  return failures == 0 ? 0 : 1;
+}
 
 int DumpFile(const std::string& path, const DumpOptions& options, Output& output)
 {
-  evtx::File file;
-  const evtx::Status status = file.Open(path);
+  ChunkDumper dumper(path, options);
+  const evtx::Status status = dumper.Open();
   if (status != evtx::Status::Ok)
   {
     std::fprintf(stderr, "natc evtx: %s: %s\n", path.c_str(), evtx::StatusText(status));
     return 1;
   }
-#ifdef NATC_HAVE_EVTX_QUERY
-  // A query list applies to the events of the channels it names; a bare XPath, whose channel is
-  // "*", to every event.
-  std::optional<evtx::query::Query> query;
-  if (!options.query.empty())
-    query.emplace(evtx::query::Query::Parse(evtx::Utf8ToWide(options.query), L"*"));
-  const evtx::query::EvalContext context{evtx::query::CurrentFileTime()};
-  std::wstring channel;
-#endif
-  evtx::EventTree tree;
-  evtx::RenderOptions render;
-  render.escapeLineBreaks = true;
+  if (options.threads > 1 && dumper.ChunkCount() > 1)
+    return DumpInParallel(path, options, dumper.ChunkCount(), output);
   int failures = 0;
-  for (std::uint32_t i = 0; i < file.ChunkCount(); ++i)
+  std::string errors;
+  for (std::uint32_t i = 0; i < dumper.ChunkCount(); ++i)
   {
-    std::shared_ptr<evtx::Chunk> chunk;
-    const evtx::Status loaded = file.LoadChunk(i, chunk);
-    if (loaded == evtx::Status::Empty)
-      continue;
-    if (loaded != evtx::Status::Ok)
-    {
-      std::fprintf(stderr, "natc evtx: %s: chunk %u skipped: %s\n", path.c_str(), i,
-                   evtx::StatusText(loaded));
-      continue;
-    }
-    for (const evtx::Record& record : chunk->Records())
-    {
-      const bool needTree = options.jsonl || !options.query.empty();
-      if (needTree)
-      {
-        const evtx::Status decoded = chunk->Decode(record, tree);
-        if (decoded != evtx::Status::Ok)
-        {
-          std::fprintf(stderr, "natc evtx: %s: record %llu: %s\n", path.c_str(),
-                       static_cast<unsigned long long>(record.id), evtx::StatusText(decoded));
-          ++failures;
-          continue;
-        }
-#ifdef NATC_HAVE_EVTX_QUERY
-        if (query)
-        {
-          const evtx::query::TreeEventView view(tree);
-          EventChannel(view, channel);
-          const std::size_t index = ChannelIndex(*query, channel);
-          if (index >= query->Channels().size() || !query->Matches(index, view, context))
-            continue;
-        }
-#endif
-      }
-      std::string& out = output.Buffer();
-      if (options.jsonl)
-      {
-        AppendJsonEvent(out, tree, record);
-      }
-      else
-      {
-        const evtx::Status rendered = chunk->RenderXml(record, out, render);
-        if (rendered != evtx::Status::Ok)
-        {
-          std::fprintf(stderr, "natc evtx: %s: record %llu: %s\n", path.c_str(),
-                       static_cast<unsigned long long>(record.id), evtx::StatusText(rendered));
-          ++failures;
-          continue;
-        }
-        out += '\n';
-      }
-      output.MaybeFlush();
-    }
+    errors.clear();
+    failures += dumper.Dump(i, output.Buffer(), errors);
+    WriteErrors(errors);
+    output.MaybeFlush();
   }
   return failures == 0 ? 0 : 1;
 }
 
 // Why the dump's command line stopped at `argument`.
-std::string DumpArgumentError(const std::string& argument, const std::string& target)
+std::string DumpArgumentError(const std::string& argument)
 {
-  if (argument == "--format" || argument == "--query")
+  if (argument == "--format" || argument == "--query" || argument == "--threads")
     return argument + " needs a value";
-  if (argument.rfind("-", 0) == 0)
-    return natc::UnknownOption(argument);
-  return "one FILE or DIR only, not '" + argument + "' after '" + target + "'";
+  return natc::UnknownOption(argument);
 }
 
 int Dump(const std::vector<std::string>& args)
 {
   DumpOptions options;
-  std::string target;
+  std::vector<std::string> targets;
   for (std::size_t i = 0; i < args.size(); ++i)
   {
     if (args[i] == "--format" && i + 1 < args.size())
@@ -288,16 +482,20 @@ int Dump(const std::vector<std::string>& args)
     {
       options.query = args[++i];
     }
-    else if (target.empty() && args[i].rfind("--", 0) != 0)
+    else if (args[i] == "--threads" && i + 1 < args.size())
     {
-      target = args[i];
+      options.threads = static_cast<unsigned>(natc::ParseNumber("--threads", args[++i], 1, 256));
+    }
+    else if (args[i].rfind("--", 0) != 0)
+    {
+      targets.push_back(args[i]);
     }
     else
     {
-      throw natc::CUsageError(DumpArgumentError(args[i], target));
+      throw natc::CUsageError(DumpArgumentError(args[i]));
     }
   }
-  if (target.empty())
+  if (targets.empty())
     throw natc::CUsageError("evtx dump needs a FILE or DIR");
 #ifndef NATC_HAVE_EVTX_QUERY
   if (!options.query.empty())
@@ -306,17 +504,23 @@ int Dump(const std::vector<std::string>& args)
     return 2;
   }
 #endif
+  // Files in the order given; a directory's .evtx files in name order.
   std::vector<std::string> files;
-  if (std::filesystem::is_directory(target))
+  for (const std::string& target : targets)
   {
-    for (const auto& entry : std::filesystem::directory_iterator(target))
-      if (entry.is_regular_file() && entry.path().extension() == ".evtx")
-        files.push_back(entry.path().string());
-    std::sort(files.begin(), files.end());
-  }
-  else
-  {
-    files.push_back(target);
+    if (std::filesystem::is_directory(target))
+    {
+      std::vector<std::string> inDirectory;
+      for (const auto& entry : std::filesystem::directory_iterator(target))
+        if (entry.is_regular_file() && entry.path().extension() == ".evtx")
+          inDirectory.push_back(entry.path().string());
+      std::sort(inDirectory.begin(), inDirectory.end());
+      files.insert(files.end(), inDirectory.begin(), inDirectory.end());
+    }
+    else
+    {
+      files.push_back(target);
+    }
   }
   Output output;
   int result = 0;
@@ -393,11 +597,17 @@ int RunEvtx(const std::vector<std::string>& args)
 }
 } // namespace
 
-static NatcCommand evtxCommand{"evtx", "read .evtx files: dump, info",
-                               "usage: natc evtx dump FILE|DIR [--query XML] [--format xml|jsonl]\n"
-                               "       natc evtx info FILE\n"
-                               "  dump      print every event of FILE, or of every .evtx file in DIR\n"
-                               "  --query   an event query (XPath or QueryList XML) that events must match\n"
-                               "  --format  xml (one event per line, the default) or jsonl\n"
-                               "  info      describe the file header and its chunks\n",
-                               &RunEvtx};
+static NatcCommand evtxCommand{
+  "evtx", "read .evtx files: dump, info",
+  "usage: natc evtx dump FILE|DIR... [--query XPATH|QUERYLIST] [--format xml|jsonl] [--threads N]\n"
+  "       natc evtx info FILE\n"
+  "dump prints every event of the files, one per line (a directory: its .evtx files by name).\n"
+  "  --format xml    the event's XML (default); line breaks in values as &#10; and &#13;, and\n"
+  "                  the control characters XML forbids as their control pictures (U+2400 + code)\n"
+  "  --format jsonl  one JSON object per event: its System values and EventData texts\n"
+  "  --query Q       only the events Q selects, as wevtutil qe /q: does: a bare XPath such as\n"
+  "                  '*[System[EventID=4624]]' tests every event; a <QueryList> the events of\n"
+  "                  the channels its Select elements name\n"
+  "  --threads N     decode chunks on N threads (1 to 256); the output is the same, in order\n"
+  "info prints a file's header and the records of each chunk.\n",
+  &RunEvtx};

@@ -2,9 +2,13 @@
 
 #include "Collector.Interfaces.Impl.h"
 #include "KeldaKernel/Strings.h"
+#include "output/JsonString.h"
 
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
+#include <rapidjson/writer.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
 
 namespace natc
 {
@@ -12,65 +16,94 @@ namespace
 {
 using collector::ni::FieldValue;
 using collector::ni::ICollectionTypes;
-// Keys keep insertion order: fields print in record order.
-using json = nlohmann::ordered_json;
+using Writer = CJsonLineWriter::Writer;
 
-json ToJson(const FieldValue& value);
+void WriteValue(Writer& writer, CJsonLineWriter& text, const FieldValue& value);
 
-json FieldsToJson(const std::vector<collector::ni::impl::CField>& fields)
+void WriteFields(Writer& writer, CJsonLineWriter& text, const std::vector<collector::ni::impl::CField>& fields)
 {
-  json object = json::object();
+  writer.StartObject();
   for (const auto& field : fields)
-    object[kelda::ToUtf8(field.GetName())] = ToJson(field.GetValue());
-  return object;
+  {
+    text.Key(field.GetName());
+    WriteValue(writer, text, field.GetValue());
+  }
+  writer.EndObject();
 }
 
 // Records built on a vector are printed in the order their fields were added; other records
 // have no way to list their fields, so they print as an empty object.
-json RecordFields(collector::ni::IRecord& record)
+void WriteRecordFields(Writer& writer, CJsonLineWriter& text, collector::ni::IRecord& record)
 {
   if (const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record))
-    return FieldsToJson(onVector->GetFields());
-  return json::object();
+  {
+    WriteFields(writer, text, onVector->GetFields());
+    return;
+  }
+  writer.StartObject();
+  writer.EndObject();
 }
 
-json ToJson(const FieldValue& value)
+void WriteValue(Writer& writer, CJsonLineWriter& text, const FieldValue& value)
 {
   switch (value.index())
   {
   case 0:
-    return kelda::ToUtf8(std::get<0>(value));
+    text.String(std::get<0>(value));
+    return;
   case 1:
-    return std::get<1>(value);
+    writer.Int64(std::get<1>(value));
+    return;
   case 2:
-    return std::get<2>(value);
+    // JSON has no NaN or infinity.
+    if (std::isfinite(std::get<2>(value)))
+      writer.Double(std::get<2>(value));
+    else
+      writer.Null();
+    return;
   case 3: {
-    const std::string text = FormatDateTime(std::get<3>(value));
-    return text.empty() ? json(nullptr) : json(text);
+    char formatted[dateTimeSize];
+    const std::size_t size = FormatDateTime(std::get<3>(value), formatted);
+    if (size == 0)
+      writer.Null();
+    else
+      writer.String(formatted, static_cast<rapidjson::SizeType>(size));
+    return;
   }
-  case 4: {
-    json list = json::array();
+  case 4:
+    writer.StartArray();
     for (const auto& item : std::get<4>(value))
-      list.push_back(kelda::ToUtf8(item));
-    return list;
+      text.String(item);
+    writer.EndArray();
+    return;
+  case 5: {
+    const std::string guid = FormatGuid(std::get<5>(value));
+    writer.String(guid.data(), static_cast<rapidjson::SizeType>(guid.size()));
+    return;
   }
-  case 5:
-    return FormatGuid(std::get<5>(value));
   default: {
     const auto& object = std::get<6>(value);
     if (auto* record = dynamic_cast<collector::ni::IRecord*>(object.get()))
-      return RecordFields(*record);
-    return nullptr;
+      WriteRecordFields(writer, text, *record);
+    else
+      writer.Null();
+    return;
   }
   }
 }
 
-json Header(const GUID& collectionId, std::wstring_view className)
+void WriteHeader(Writer& writer, std::string_view collection, std::string_view className)
 {
-  json line = json::object();
-  line["collection"] = FormatGuid(collectionId);
-  line["class"] = kelda::ToUtf8(className);
-  return line;
+  writer.StartObject();
+  writer.Key("collection");
+  writer.String(collection.data(), static_cast<rapidjson::SizeType>(collection.size()));
+  writer.Key("class");
+  writer.String(className.data(), static_cast<rapidjson::SizeType>(className.size()));
+}
+
+std::string Take(rapidjson::StringBuffer& buffer)
+{
+  return std::string(buffer.GetString(), buffer.GetSize());
 }
 } // namespace
 
@@ -81,29 +114,123 @@ std::string FormatGuid(const GUID& id)
   return kelda::ToUtf8(text);
 }
 
-std::string FormatDateTime(const COleDateTimeEx& time)
+std::size_t FormatDateTime(const COleDateTimeEx& time, char (&text)[dateTimeSize])
 {
   SYSTEMTIME parts{};
   if (time.GetStatus() != COleDateTimeEx::valid || !time.GetAsSystemTime(parts))
-    return {};
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", parts.wYear, parts.wMonth, parts.wDay, parts.wHour,
-                     parts.wMinute, parts.wSecond, parts.wMilliseconds);
+    return 0;
+  // Fixed-width digits, written directly: this runs once per record.
+  char* out = text;
+  const auto digits = [&out](unsigned value, int width) {
+    for (int k = width - 1; k >= 0; --k, value /= 10)
+      out[k] = static_cast<char>('0' + value % 10);
+    out += width;
+  };
+  digits(parts.wYear, 4);
+  *out++ = '-';
+  digits(parts.wMonth, 2);
+  *out++ = '-';
+  digits(parts.wDay, 2);
+  *out++ = 'T';
+  digits(parts.wHour, 2);
+  *out++ = ':';
+  digits(parts.wMinute, 2);
+  *out++ = ':';
+  digits(parts.wSecond, 2);
+  *out++ = '.';
+  digits(parts.wMilliseconds, 3);
+  *out++ = 'Z';
+  return static_cast<std::size_t>(out - text);
+}
+
+std::string FormatDateTime(const COleDateTimeEx& time)
+{
+  char text[dateTimeSize];
+  return std::string(text, FormatDateTime(time, text));
+}
+
+void CJsonLineWriter::String(std::wstring_view text)
+{
+  // An empty raw value has the writer put the separator a key or a value needs at this place;
+  // the quoted text then goes straight into the output, in one pass.
+  m_writer.RawValue("", 0, rapidjson::kStringType);
+  const std::size_t worst = QuotedJsonSize(text.size());
+  char* const at = m_out->Push(worst);
+  m_out->Pop(worst - QuoteJsonString(text, at));
+}
+
+void CJsonLineWriter::Key(std::wstring_view text)
+{
+  // Records of one collection repeat the same few names: quote each once.
+  for (const auto& [name, quoted] : m_keys)
+  {
+    if (name == text)
+    {
+      m_writer.RawValue("", 0, rapidjson::kStringType);
+      std::memcpy(m_out->Push(quoted.size()), quoted.data(), quoted.size());
+      return;
+    }
+  }
+  String(text);
+  if (m_keys.size() < maxKeys)
+  {
+    std::vector<char> quoted;
+    m_keys.emplace_back(tstring(text), std::string(quoted.data(), QuoteJsonString(text, quoted)));
+  }
+}
+
+void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection,
+                                       std::string_view className, collector::ni::IRecord& record)
+{
+  m_writer.Reset(out);
+  m_out = &out;
+  Writer& writer = m_writer;
+  CJsonLineWriter& text = *this;
+  WriteHeader(writer, collection, className);
+  if (const auto* composition = dynamic_cast<const collector::ni::ICompositionRecord*>(&record))
+  {
+    writer.Key("type");
+    writer.Uint(composition->GetType());
+  }
+  if (collector::ni::IKey* key = record.GetKey())
+  {
+    writer.Key("key");
+    writer.StartObject();
+    for (const auto& field : key->GetFields())
+    {
+      text.Key(field->GetName());
+      WriteValue(writer, text, field->GetValue());
+    }
+    writer.EndObject();
+  }
+  writer.Key("fields");
+  WriteRecordFields(writer, text, record);
+  writer.EndObject();
+  out.Put('\n');
+}
+
+void CJsonLineWriter::AppendStateLine(rapidjson::StringBuffer& out, std::string_view collection,
+                                      std::string_view className, const ICollectionTypes::IState& state)
+{
+  m_writer.Reset(out);
+  m_out = &out;
+  Writer& writer = m_writer;
+  CJsonLineWriter& text = *this;
+  WriteHeader(writer, collection, className);
+  writer.Key("state");
+  text.String(StateName(state.GetState()));
+  writer.Key("description");
+  text.String(state.GetDescription());
+  writer.EndObject();
+  out.Put('\n');
 }
 
 std::string FormatRecordLine(const GUID& collectionId, std::wstring_view className, collector::ni::IRecord& record)
 {
-  json line = Header(collectionId, className);
-  if (const auto* composition = dynamic_cast<const collector::ni::ICompositionRecord*>(&record))
-    line["type"] = composition->GetType();
-  if (collector::ni::IKey* key = record.GetKey())
-  {
-    json keyFields = json::object();
-    for (const auto& field : key->GetFields())
-      keyFields[kelda::ToUtf8(field->GetName())] = ToJson(field->GetValue());
-    line["key"] = std::move(keyFields);
-  }
-  line["fields"] = RecordFields(record);
-  return line.dump(-1, ' ', false, json::error_handler_t::replace);
+  rapidjson::StringBuffer line;
+  CJsonLineWriter().AppendRecordLine(line, FormatGuid(collectionId), kelda::ToUtf8(className), record);
+  line.Pop(1);
+  return Take(line);
 }
 
 std::wstring_view StateName(ICollectionTypes::States state) noexcept
@@ -126,54 +253,59 @@ std::wstring_view StateName(ICollectionTypes::States state) noexcept
 
 std::string FormatStateLine(const GUID& collectionId, std::wstring_view className, const ICollectionTypes::IState& state)
 {
-  json line = Header(collectionId, className);
-  line["state"] = kelda::ToUtf8(StateName(state.GetState()));
-  line["description"] = kelda::ToUtf8(state.GetDescription());
-  return line.dump(-1, ' ', false, json::error_handler_t::replace);
+  rapidjson::StringBuffer line;
+  CJsonLineWriter().AppendStateLine(line, FormatGuid(collectionId), kelda::ToUtf8(className), state);
+  line.Pop(1);
+  return Take(line);
 }
 
 JsonLinePrinter::JsonLinePrinter(std::wstring className, std::FILE* out)
-    : m_className(std::move(className)), m_out(out)
+  : m_className(kelda::ToUtf8(className)), m_out(CBlockOutput::For(out))
 {
+}
+
+const std::string& JsonLinePrinter::collectionText(const GUID& collectionId)
+{
+  if (m_collectionText.empty() || !IsEqualGUID(collectionId, m_collectionId))
+  {
+    m_collectionId = collectionId;
+    m_collectionText = FormatGuid(collectionId);
+  }
+  return m_collectionText;
 }
 
 void JsonLinePrinter::OnRecords(const GUID& collectionId, ICollectionTypes::Records records)
 {
-  for (const auto& record : records)
-  {
-    if (!record)
-      continue;
-    write(FormatRecordLine(collectionId, m_className, *record));
-    std::lock_guard lock(m_lock);
-    ++m_records;
-  }
+  std::size_t printed = 0;
+  m_out->Append([&](rapidjson::StringBuffer& block) {
+    const std::string& collection = collectionText(collectionId);
+    for (const auto& record : records)
+    {
+      if (!record)
+        continue;
+      m_writer.AppendRecordLine(block, collection, m_className, *record);
+      ++printed;
+    }
+  });
+  m_records.fetch_add(printed, std::memory_order_relaxed);
 }
 
 void JsonLinePrinter::OnStateChanged(const GUID& collectionId, const ICollectionTypes::IState& state)
 {
-  write(FormatStateLine(collectionId, m_className, state));
+  m_out->Append([&](rapidjson::StringBuffer& block) {
+    m_writer.AppendStateLine(block, collectionText(collectionId), m_className, state);
+  });
+  // A state's line is out before the next subscriber hears of the state.
+  m_out->Flush();
 }
 
 std::size_t JsonLinePrinter::RecordCount() const
 {
-  std::lock_guard lock(m_lock);
-  return m_records;
+  return m_records.load(std::memory_order_relaxed);
 }
 
-void JsonLinePrinter::write(const std::string& line)
+void JsonLinePrinter::Flush()
 {
-  // Several printers (one a collection) share one stream: the stream's own lock, not this
-  // printer's, keeps a line and its newline together.
-  struct CStreamLock
-  {
-    std::FILE* file;
-    explicit CStreamLock(std::FILE* stream) : file(stream) { flockfile(file); }
-    ~CStreamLock() { funlockfile(file); }
-    CStreamLock(const CStreamLock&) = delete;
-    CStreamLock& operator=(const CStreamLock&) = delete;
-  } const lock(m_out);
-  std::fwrite(line.data(), 1, line.size(), m_out);
-  std::fputc('\n', m_out);
-  std::fflush(m_out);
+  m_out->Flush();
 }
 } // namespace natc

@@ -4,6 +4,7 @@
 
 #include "Cim/Model.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,16 +23,24 @@ public:
   virtual void Enumerate(std::vector<Instance>& out) = 0;
 };
 
-// The namespaces and classes that one host serves. Thread-safe.
+// The namespaces and classes that one host serves, and the frequency of its performance counter
+// (the Frequency_PerfTime its raw performance classes publish: 10,000,000 on this machine; a
+// test host may be given another, as older Windows servers report 2 to 3.6 or 14.318 MHz).
+// Thread-safe.
 class Host
 {
 public:
+  static constexpr std::uint64_t DefaultPerfFrequency = 10'000'000;
+  explicit Host(std::uint64_t perfFrequency = DefaultPerfFrequency) : m_perfFrequency(perfFrequency) {}
+  std::uint64_t PerfFrequency() const { return m_perfFrequency; }
+
   void Register(std::wstring nameSpace, std::shared_ptr<Provider> provider);
   bool HasNamespace(std::wstring_view nameSpace) const;
   // The provider of the class in the namespace (names compared case-insensitively), or null.
   std::shared_ptr<Provider> Find(std::wstring_view nameSpace, std::wstring_view className) const;
 
 private:
+  const std::uint64_t m_perfFrequency;
   mutable std::mutex m_lock;
   // namespace (lower case, '\\' as '/') -> class name (lower case) -> provider
   std::map<std::wstring, std::map<std::wstring, std::shared_ptr<Provider>>, std::less<>> m_namespaces;
@@ -60,6 +69,7 @@ public:
   static std::wstring MachineName();
 };
 
-// Registers the providers of this machine (Win32_* classes over /proc and /sys) in "root/cimv2".
+// Registers the providers of this machine (Win32_* classes over /proc and /sys) in "root/cimv2";
+// their performance time base counts at the host's frequency.
 void RegisterMachineProviders(Host& host);
 } // namespace cim

@@ -3,7 +3,8 @@
 // names them ("Microsoft-Windows-Sysmon/Operational" is Microsoft-Windows-Sysmon%4Operational.evtx):
 //   - EvtOpenSession's server is an absolute directory path, or "", "localhost", "." or this
 //     machine's host name for the directory named by $NATC_EVENT_LOG_DIR (default
-//     /var/log/winevt/Logs); any other name fails with RPC_S_SERVER_UNAVAILABLE.
+//     /var/log/winevt/Logs); any other name fails with RPC_S_SERVER_UNAVAILABLE. As on Windows,
+//     the host and the logon are checked by EvtQuery, not by EvtOpenSession.
 //   - Strings are wchar_t (4 bytes here); EvtRender sizes are in bytes, EvtFormatMessage sizes in
 //     characters, as on Windows.
 // Bodies live in Platform/linux/WinEvt/.
@@ -29,6 +30,7 @@ constexpr DWORD ERROR_EVT_INVALID_PUBLISHER_NAME = 15004;
 constexpr DWORD ERROR_EVT_INVALID_EVENT_DATA = 15005;
 constexpr DWORD ERROR_EVT_CHANNEL_NOT_FOUND = 15007;
 constexpr DWORD ERROR_EVT_MALFORMED_XML_TEXT = 15008;
+constexpr DWORD ERROR_EVT_QUERY_RESULT_STALE = 15011;
 constexpr DWORD ERROR_EVT_MESSAGE_NOT_FOUND = 15027;
 constexpr DWORD ERROR_EVT_MESSAGE_ID_NOT_FOUND = 15028;
 constexpr DWORD ERROR_EVT_UNRESOLVED_VALUE_INSERT = 15029;
@@ -115,7 +117,15 @@ enum EVT_VARIANT_TYPE
   EvtVarTypeEvtXml = 35
 };
 
-// Insertion values for EvtFormatMessage (accepted; messages come from a publisher's catalog).
+enum EVT_EVENT_PROPERTY_ID
+{
+  EvtEventQueryIDs = 0,
+  EvtEventPath,
+  EvtEventPropertyIdEND
+};
+
+// Insertion values for EvtFormatMessage (accepted; messages come from a publisher's catalog), and
+// the values EvtGetEventInfo returns.
 struct EVT_VARIANT
 {
   union
@@ -151,7 +161,8 @@ EVT_HANDLE EvtOpenSession(EVT_LOGIN_CLASS loginClass, PVOID login, DWORD timeout
 // Path: a channel (or a file with EvtQueryFilePath) for an XPath query; ignored for a query list.
 EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags) noexcept;
 // Up to eventsSize event handles; FALSE with ERROR_NO_MORE_ITEMS at the end, ERROR_TIMEOUT when
-// the time-out passed before any event was found (the next call goes on from there).
+// the time-out passed before any event was found (the next call goes on from there), and
+// ERROR_EVT_QUERY_RESULT_STALE once a log was cleared or wrapped over what the query had yet to read.
 BOOL EvtNext(EVT_HANDLE resultSet, DWORD eventsSize, PEVT_HANDLE events, DWORD timeout, DWORD flags,
              PDWORD returned) noexcept;
 // EvtRenderEventXml: the event's XML with its terminating zero; bufferUsed is in bytes.
@@ -162,4 +173,9 @@ EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisherId, LPC
 // Sizes in characters, terminating zero included.
 BOOL EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD messageId, DWORD valueCount,
                       PEVT_VARIANT values, DWORD flags, DWORD bufferSize, LPWSTR buffer, PDWORD bufferUsed) noexcept;
+// EvtEventPath: the channel or file path the event came from, as an EvtVarTypeString variant
+// followed by its text in the caller's buffer (sizes in bytes). EvtEventQueryIDs is not provided
+// (ERROR_NOT_SUPPORTED).
+BOOL EvtGetEventInfo(EVT_HANDLE event, EVT_EVENT_PROPERTY_ID propertyId, DWORD propertyValueBufferSize,
+                     PEVT_VARIANT propertyValueBuffer, PDWORD propertyValueBufferUsed) noexcept;
 BOOL EvtClose(EVT_HANDLE object) noexcept;

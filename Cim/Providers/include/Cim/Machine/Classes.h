@@ -3,8 +3,9 @@
 // tests call them with facts parsed from captured texts.
 //
 // Raw performance classes carry the "CounterType" qualifier of their Windows counterparts and
-// raw values in units for which the Windows counter formulas give true figures (see Clock.h
-// for the time base). Unknown values are null. Each builder's file holds its mapping table.
+// raw values as Windows publishes them, on the time bases of Clock.h, with the "_Base"
+// properties of the Windows class. Unknown values are null. Each builder's file holds its
+// mapping table.
 #pragma once
 
 #include "Cim/Machine/Clock.h"

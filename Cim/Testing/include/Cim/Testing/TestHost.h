@@ -4,6 +4,8 @@
 //   auto provider = host.AddClass(decl);         // in "root/cimv2"
 //   host.Refuse(MI_RESULT_ACCESS_DENIED);        // NewSession to "testhost" now fails with 2
 //   host.RequireCredentials(L"DOM", L"user", L"pw"); // queries without them fail with 2
+//   TestHost slow(L"slowclock", 3'579'545);      // a host whose performance counter runs at 3.58 MHz
+//   cim::RegisterMachineProviders(slow.Get());   // this machine's classes on that time base
 #pragma once
 
 #include "Cim/Provider.h"
@@ -18,7 +20,7 @@ namespace cim::testing
 class TestHost
 {
 public:
-  explicit TestHost(std::wstring destination = L"testhost");
+  explicit TestHost(std::wstring destination = L"testhost", std::uint64_t perfFrequency = Host::DefaultPerfFrequency);
   ~TestHost();
   TestHost(const TestHost&) = delete;
   TestHost& operator=(const TestHost&) = delete;

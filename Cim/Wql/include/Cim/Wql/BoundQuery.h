@@ -1,6 +1,6 @@
-// A parsed query checked against the declaration of its class: every named property exists
-// (else MI_RESULT_NO_SUCH_PROPERTY, 12) and every literal fits the type it is compared with
-// (else MI_RESULT_INVALID_QUERY, 15). It then filters instances and applies the projection.
+// A parsed query checked against the declaration of its class: every named property exists and
+// every literal fits the type it is compared with, else MI_RESULT_INVALID_QUERY (15): WMI answers
+// a query naming a property its class lacks with WBEM_E_INVALID_QUERY, not with a property error. It then filters instances and applies the projection.
 //
 // Projection, as WMI does it: a projected instance still has every property of its class, but the
 // properties neither selected nor keys (qualifier "Key" true) are NULL. "SELECT *" keeps all.
@@ -23,7 +23,7 @@ namespace cim::wql
 class BoundQuery
 {
 public:
-  // Throws cim::Error (12 or 15).
+  // Throws cim::Error (15).
   BoundQuery(const Query& query, std::shared_ptr<const ClassDecl> decl);
   ~BoundQuery();
   BoundQuery(BoundQuery&&) noexcept;

@@ -17,6 +17,11 @@
 #include <string_view>
 #include <vector>
 
+namespace pugi
+{
+class xml_node;
+}
+
 namespace evtx::query
 {
 struct Expr;
@@ -42,8 +47,9 @@ class Query
 {
 public:
   // A query list when the text starts with '<', else an XPath over defaultChannel (which must then
-  // not be empty). An empty text selects every event of defaultChannel.
-  static Query Parse(std::wstring_view text, std::wstring_view defaultChannel);
+  // not be empty). An empty text selects every event of defaultChannel. With tolerateQueryErrors
+  // (EvtQueryTolerateQueryErrors) a malformed <Query> of a list is left out and the others kept.
+  static Query Parse(std::wstring_view text, std::wstring_view defaultChannel, bool tolerateQueryErrors = false);
   // A single XPath expression; exposed for tests and tools.
   static Query ParseXPath(std::wstring_view xpath, std::wstring_view channel);
 
@@ -58,6 +64,11 @@ public:
   // True when every event of the channel matches (a plain "*" Select with no Suppress), so that
   // callers need not decode events to test them.
   bool SelectsAll(std::size_t channel) const;
+  // Leaves out every Query that reads the channel (a channel that cannot be opened, when query
+  // errors are tolerated); the other Queries, on any channel, still run.
+  void DropQueriesReading(std::size_t channel);
+  // False when no Query is left that reads the channel.
+  bool Reads(std::size_t channel) const;
   // True when some Query selects the event and no Suppress of that Query removes it.
   bool Matches(std::size_t channel, const EventView& event, const EvalContext& context) const;
 
@@ -68,11 +79,14 @@ private:
     std::size_t channel;
     bool suppress;
     std::shared_ptr<const Expr> expr;
+    std::wstring path;
   };
 
   Query() = default;
+  static Rule MakeRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath);
+  static std::vector<Rule> ParseQueryElement(const pugi::xml_node& node, std::size_t queryIndex);
   std::size_t AddChannel(std::wstring_view path);
-  void AddRule(std::size_t queryIndex, std::wstring_view path, bool suppress, std::wstring_view xpath);
+  void AddQuery(std::vector<Rule> rules);
   void Finish();
 
   std::vector<std::wstring> m_channels;

@@ -1,0 +1,88 @@
+#!/bin/bash
+# End-to-end CPU figures on one large log: the .evtx dump (one thread and --threads 2),
+# `natc events` (one update as JSON lines) and `natc run` until its first update ends.
+#   bash bench/e2e/run.sh [NATC] [ROUNDS] [LOG]
+# NATC defaults to build/tools/natc/natc, ROUNDS to 5, LOG to /tmp/big.evtx (made from the shared
+# samples when missing). Rounds interleave the measures; each figure is the best round's user +
+# system CPU seconds of the whole process (GNU time), with its peak RSS.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+root=$(cd "$here/../.." && pwd)
+natc=$(realpath "${1:-$root/build/tools/natc/natc}")
+rounds=${2:-5}
+log=${3:-/tmp/big.evtx}
+shared=$root/../shared
+if [ ! -s "$log" ]; then
+  python3 "$shared/tools/make_big_evtx.py" "$log" 1500 "$shared/samples/evtx"
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir "$work/host"
+ln -s "$(realpath "$log")" "$work/host/Security.evtx"
+cat > "$work/run.json" <<JSON
+{
+  "hosts": [{"id": "logs", "name": "$work/host"}],
+  "tasks": [{"name": "e2e", "host": "logs",
+             "collections": [{"type": "WindowsEvents", "period": 3600, "filters": [{"path": "Security"}]}]}]
+}
+JSON
+threads=no
+if "$natc" evtx dump "$log" --format xml --threads 2 >/dev/null 2>&1; then threads=yes; fi
+
+# Runs one measure: appends "user+sys maxrss_kb" to $work/NAME.
+measure() {
+  local name=$1
+  shift
+  /usr/bin/time -f '%U %S %M' -o "$work/t" "$@" >/dev/null 2>"$work/err" || {
+    cat "$work/err" >&2
+    return 1
+  }
+  awk '{printf "%.2f %d\n", $1 + $2, $3}' "$work/t" >>"$work/$name"
+}
+
+# natc run has no end of its own: stop it with SIGTERM once its first update's "Running" is out.
+measure_run() {
+  rm -f "$work/pid"
+  /usr/bin/time -f '%U %S %M' -o "$work/t" sh -c 'echo $$ >"$1"; shift; exec "$@"' sh "$work/pid" \
+    "$natc" run "$work/run.json" 2>"$work/err" |
+    {
+      grep -m1 -q '"state":"Running"' || true
+      kill -TERM "$(cat "$work/pid")"
+      cat >/dev/null
+    }
+  awk '{printf "%.2f %d\n", $1 + $2, $3}' "$work/t" >>"$work/run"
+}
+
+for ((round = 1; round <= rounds; ++round)); do
+  measure dump "$natc" evtx dump "$log" --format xml
+  measure events "$natc" events --logs "$work/host" --channel Security --once
+  if [ $threads = yes ]; then
+    measure dump2 "$natc" evtx dump "$log" --format xml --threads 2
+  fi
+  measure_run
+done
+
+best() { sort -n "$work/$1" | head -1 | cut -d' ' -f1; }
+rss() { sort -n "$work/$1" | head -1 | cut -d' ' -f2; }
+echo "log: $log ($(stat -c %s "$log") bytes), $rounds interleaved rounds, best CPU seconds (user+sys)"
+printf '%-44s %6s s  %7s KB\n' "natc evtx dump --format xml" "$(best dump)" "$(rss dump)"
+printf '%-44s %6s s  %7s KB\n' "natc events --once" "$(best events)" "$(rss events)"
+printf '%-44s %6s s  %7s KB\n' "natc run (until the first update ends)" "$(best run)" "$(rss run)"
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", (b > 0 ? a / b : 0) }'; }
+echo "events / dump: $(ratio "$(best events)" "$(best dump)")"
+echo "run / events:  $(ratio "$(best run)" "$(best events)")"
+if [ $threads = yes ]; then
+  printf '%-44s %6s s  %7s KB\n' "natc evtx dump --format xml --threads 2" "$(best dump2)" "$(rss dump2)"
+  # The speed-up is wall-clock time: the threaded dump's CPU time is spread over the cores (on
+  # a loaded machine, other processes' share distorts it).
+  if command -v hyperfine >/dev/null; then
+    hyperfine -N -w 1 -r "$rounds" --export-json "$work/h.json" \
+      "$natc evtx dump $log --format xml" "$natc evtx dump $log --format xml --threads 2" >/dev/null 2>&1 || true
+    python3 - "$work/h.json" <<'PY'
+import json, sys
+r = json.load(open(sys.argv[1]))["results"]
+one, two = min(r[0]["times"]), min(r[1]["times"])
+print(f"dump wall clock: one thread {one:.3f} s, --threads 2 {two:.3f} s, speed-up {one / two:.2f}x")
+PY
+  fi
+fi

@@ -334,7 +334,7 @@ TEST_F(NatcRunProcessTest, SignalWhileReadingTheConfigurationStopsBeforeAnything
   } const ignorePipeSignal;
   const std::string text = "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
                            " \"tasks\": [{\"host\": \"h\", \"collections\": [{\"type\": \"MiProp\", \"filter\":\n"
-                           "   {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+                           "   {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\", \"properties\": [\"Caption\"]}}]}]}\n";
   EXPECT_EQ(write(writer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
   close(writer);
   const std::string out = ReadAll(process.out);
@@ -351,7 +351,7 @@ TEST_F(NatcRunProcessTest, SecondInterruptExitsAtOnce)
   const auto config = m_directory / "config.json";
   std::ofstream(config) << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"
                            " \"tasks\": [{\"host\": \"h\", \"collections\": [{\"type\": \"MiProp\", \"period\": 86400,\n"
-                           "   \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+                           "   \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\", \"properties\": [\"Caption\"]}}]}]}\n";
   int writer = -1;
   const SProcess process = Spawn({config.string()}, Cache(), &writer);
   ASSERT_GE(writer, 0);
@@ -381,7 +381,7 @@ TEST_F(NatcRunProcessTest, CheckListsEveryProblemAndStartsNothing)
     << "{\"hosts\": [{\"id\": \"h\", \"name\": \"localhost\"}],\n"                                                  // 1
        " \"users\": [{\"id\": \"u\", \"name\": \"x\", \"password\": {\"env\": \"NATC_TEST_UNSET_PASSWORD_VARIABLE\"}}],\n" // 2
        " \"tasks\": [{\"host\": \"h\", \"collections\": [\n"                                                             // 3
-       "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_NoSuchClassAtAll\"}},\n"  // 4
+       "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_NoSuchClassAtAll\", \"properties\": [\"Name\"]}},\n"  // 4
        "   {\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\",\n"     // 5
        "     \"condition\": \"WHERE (((\"}},\n"                                                                          // 6
        "   {\"type\": \"MiPerf\", \"counters\": [{\"class\": \"Win32_PerfRawData_NoSuch\", \"counter\": \"X\"}]},\n"      // 7
@@ -392,7 +392,7 @@ TEST_F(NatcRunProcessTest, CheckListsEveryProblemAndStartsNothing)
   EXPECT_EQ(WaitExit(process.pid), 2) << err;
   EXPECT_TRUE(out.empty()) << out;
   const std::string file = config.string();
-  for (const std::string expected :
+  for (const std::string& expected :
        {file + ":2: users[0].password: environment variable NATC_TEST_UNSET_PASSWORD_VARIABLE is not set",
         file + ":4: tasks[0].collections[0].filter: this machine's MI refuses",
         file + ":5: tasks[0].collections[1].filter: WQL", file + ":7: tasks[0].collections[2].counters[0]: ",
@@ -434,9 +434,9 @@ TEST_F(NatcRunProcessTest, PasswordsComeFromEnvironmentOrFileAndAreNeverShown)
        "   {\"id\": \"f\", \"name\": \".\\\\someone\", \"password\": {\"file\": \"pw.txt\"}},\n"
        "   {\"id\": \"l\", \"name\": \".\\\\someone\", \"password\": \"literal-secret-3e8f\"}],\n"
        " \"tasks\": [\n"
-       "   {\"host\": \"h\", \"user\": \"e\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]},\n"
-       "   {\"host\": \"h\", \"user\": \"f\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]},\n"
-       "   {\"host\": \"h\", \"user\": \"l\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\"}}]}]}\n";
+       "   {\"host\": \"h\", \"user\": \"e\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\", \"properties\": [\"Caption\"]}}]},\n"
+       "   {\"host\": \"h\", \"user\": \"f\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\", \"properties\": [\"Caption\"]}}]},\n"
+       "   {\"host\": \"h\", \"user\": \"l\", \"collections\": [{\"type\": \"MiProp\", \"filter\": {\"namespace\": \"root/cimv2\", \"class\": \"Win32_OperatingSystem\", \"properties\": [\"Caption\"]}}]}]}\n";
   const auto expectNoSecret = [](const std::string& text) {
     for (const char* secret : {"env-secret-9b2e", "file-secret-5c1d", "literal-secret-3e8f"})
     {

@@ -21,7 +21,7 @@ std::shared_ptr<CBlockOutput> CBlockOutput::For(std::FILE* stream)
 }
 
 CBlockOutput::CBlockOutput(std::FILE* stream)
-  : m_stream(stream), m_flusher([this](std::stop_token stop) { flushLater(std::move(stop)); })
+  : m_stream(stream), m_flusher([this](const std::stop_token& stop) { flushLater(stop); })
 {
 }
 
@@ -52,7 +52,7 @@ void CBlockOutput::writeOut(std::unique_lock<std::mutex>& lock)
   m_spare.Clear();
 }
 
-void CBlockOutput::flushLater(std::stop_token stop)
+void CBlockOutput::flushLater(const std::stop_token& stop)
 {
   std::unique_lock lock(m_lock);
   while (m_wake.wait(lock, stop, [this] { return m_block.GetSize() != 0; }))

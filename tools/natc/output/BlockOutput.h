@@ -52,7 +52,7 @@ public:
 private:
   // Hands the block to the stream; releases lock, keeping the order of blocks.
   void writeOut(std::unique_lock<std::mutex>& lock);
-  void flushLater(std::stop_token stop);
+  void flushLater(const std::stop_token& stop);
 
   std::FILE* m_stream;
   std::mutex m_lock;

@@ -259,7 +259,7 @@ std::string FormatStateLine(const GUID& collectionId, std::wstring_view classNam
   return Take(line);
 }
 
-JsonLinePrinter::JsonLinePrinter(std::wstring className, std::FILE* out)
+JsonLinePrinter::JsonLinePrinter(const std::wstring& className, std::FILE* out)
   : m_className(kelda::ToUtf8(className)), m_out(CBlockOutput::For(out))
 {
 }

@@ -64,7 +64,7 @@ private:
 class JsonLinePrinter : public collector::ni::ICollectionTypes::ISubscriber
 {
 public:
-  JsonLinePrinter(std::wstring className, std::FILE* out);
+  JsonLinePrinter(const std::wstring& className, std::FILE* out);
   void OnRecords(const GUID& collectionId, collector::ni::ICollectionTypes::Records records) override;
   void OnStateChanged(const GUID& collectionId, const collector::ni::ICollectionTypes::IState& state) override;
   std::size_t RecordCount() const;

@@ -21,6 +21,9 @@ constexpr HRESULT cancelledHResult = HRESULT_FROM_WIN32(ERROR_CANCELLED);
 // The collection whose update runs on this thread, so that a Stop(true) from inside its own
 // update does not wait for itself.
 thread_local const void* t_updatingCollection = nullptr;
+// The collection whose state changes this thread is handing to subscribers, so that a
+// Stop(true) from a subscriber does not wait for its own delivery.
+thread_local const void* t_deliveringCollection = nullptr;
 
 tstring GuidText(const GUID& id)
 {
@@ -42,10 +45,10 @@ tstring DescriptionOf(const std::exception& error)
 }
 } // namespace
 
-// Ends the update body whatever the path: logs "Update finished", clears the in-progress flag
-// and completes a stop that arrived after the update's last token test. Scheduling calls
-// Finish before it dispatches the successor, which may start at once on another worker and
-// must not find the flag still set.
+// Ends the update body whatever the path: logs "Update finished", clears the in-progress flag,
+// counts the ended update and completes a stop that arrived after the update's last token
+// test. Scheduling calls Finish before it dispatches the successor, which may start at once on
+// another worker and must not find the flag still set.
 class CCollectionBase::CUpdateEnd
 {
 public:
@@ -68,8 +71,11 @@ public:
     catch (...)
     {
     }
+    m_owner.m_updateToken.store(nullptr);
     m_owner.m_updateInProgress.store(0);
     m_owner.m_updateInProgress.notify_all();
+    m_owner.m_endedUpdates.fetch_add(1);
+    m_owner.m_endedUpdates.notify_all();
     m_owner.finishStop();
   }
 
@@ -100,9 +106,26 @@ CCollectionBase::CCollectionBase(const std::shared_ptr<CLog>& log, pool threadPo
 
 CCollectionBase::~CCollectionBase()
 {
-  // Scheduled updates hold only a weak reference, so a waiting one would find nothing to run;
-  // withdraw it anyway so that it does not occupy the pool's timer.
-  withdrawUpdate();
+  try
+  {
+    {
+      const std::lock_guard lock(m_stateLock);
+      // Scheduled updates hold only a weak reference, so a waiting one would find nothing to
+      // run; withdraw it anyway so that it does not occupy the pool's timer.
+      withdrawUpdateLocked();
+      if (const auto cancellation = m_cancellation.load())
+      {
+        cancellation->cancel();
+      }
+      // Subscribers that still hear from a collection going away learn that it has stopped.
+      m_internalState.store(InternalStopped);
+      setStateLocked(Stopped, {});
+    }
+    deliverStates();
+  }
+  catch (...)
+  {
+  }
 }
 
 GUID CCollectionBase::GetId() const
@@ -177,7 +200,25 @@ const wchar_t* CCollectionBase::InternalStateWord(std::int32_t state) noexcept
   }
 }
 
+std::shared_ptr<ICancellationToken> CCollectionBase::cancellationToken() const
+{
+  if (t_updatingCollection == this)
+  {
+    return m_updateToken.load();
+  }
+  return m_cancellation.load();
+}
+
 void CCollectionBase::setState(States state, const tstring& message)
+{
+  {
+    const std::lock_guard lock(m_stateLock);
+    setStateLocked(state, message);
+  }
+  deliverStates();
+}
+
+void CCollectionBase::setStateLocked(States state, const tstring& message)
 {
   const States previous = m_state.exchange(state);
   // Repeated Running or Stopped are silent; every Error is reported again.
@@ -185,36 +226,88 @@ void CCollectionBase::setState(States state, const tstring& message)
   {
     return;
   }
-  m_log->Info(fmt::format(L"New state: {} (current internal state: {}) {}", StateWord(state),
-                          InternalStateWord(m_internalState.load()), message));
-  const CState changed(state, message);
+  m_pendingStates.push_back(CPendingState{state, m_internalState.load(), message});
+  m_queuedStates.fetch_add(1);
+}
+
+void CCollectionBase::deliverStates()
+{
+  std::unique_lock lock(m_stateLock);
+  // The thread already delivering takes the new changes too, in their order.
+  if (m_delivering)
+  {
+    return;
+  }
+  m_delivering = true;
+  const void* const outer = t_deliveringCollection;
+  t_deliveringCollection = this;
+  while (!m_pendingStates.empty())
+  {
+    const CPendingState change = std::move(m_pendingStates.front());
+    m_pendingStates.pop_front();
+    lock.unlock();
+    deliverState(change);
+    m_deliveredStates.fetch_add(1);
+    m_deliveredStates.notify_all();
+    lock.lock();
+  }
+  m_delivering = false;
+  t_deliveringCollection = outer;
+}
+
+void CCollectionBase::deliverState(const CPendingState& change)
+{
+  try
+  {
+    m_log->Info(fmt::format(L"New state: {} (current internal state: {}) {}", StateWord(change.state),
+                            InternalStateWord(change.internal), change.message));
+  }
+  catch (...)
+  {
+    // A log call is an interruption point; the subscribers hear of the change regardless.
+  }
+  const CState changed(change.state, change.message);
   const GUID id = GetId();
-  notify([&](IKeldaSubscriber& subscriber) {
-    if (auto* typed = dynamic_cast<ISubscriber*>(&subscriber))
+  notifyEach([&](ISubscriber& subscriber) {
+    // One failing subscriber must not keep the others from hearing of the change.
+    try
     {
-      // One failing subscriber must not keep the others from hearing of the change.
-      try
-      {
-        typed->OnStateChanged(id, changed);
-      }
-      catch (const std::exception& error)
-      {
-        m_log->Error(error, L"Subscriber failed to take the state change");
-      }
+      subscriber.OnStateChanged(id, changed);
     }
-    return false;
+    catch (const std::exception& error)
+    {
+      m_log->Error(error, L"Subscriber failed to take the state change");
+    }
+    catch (...)
+    {
+    }
   });
 }
 
 void CCollectionBase::notifyRecords(Records records)
 {
   const GUID id = GetId();
-  notify([&](IKeldaSubscriber& subscriber) {
-    if (auto* typed = dynamic_cast<ISubscriber*>(&subscriber))
+  notifyEach([&](ISubscriber& subscriber) {
+    // A subscriber that fails keeps neither the update nor the subscribers after it from the
+    // records; one line per update tells of it.
+    try
     {
-      typed->OnRecords(id, records);
+      subscriber.OnRecords(id, records);
     }
-    return false;
+    catch (const std::exception& error)
+    {
+      if (!m_recordFailureLogged.exchange(true))
+      {
+        m_log->Error(error, L"Subscriber failed to take the records");
+      }
+    }
+    catch (...)
+    {
+      if (!m_recordFailureLogged.exchange(true))
+      {
+        m_log->Error(CKeldaException(L"Unknown exception"), L"Subscriber failed to take the records");
+      }
+    }
   });
 }
 
@@ -222,84 +315,63 @@ void CCollectionBase::Run()
 {
   m_log->Info(fmt::format(L"Start requested. Current state: {}; internal state: {}", StateWord(m_state.load()),
                           InternalStateWord(m_internalState.load())));
-  std::int32_t expected = InternalStopped;
-  // A collection that is starting, running or stopping ignores a second start.
-  if (!m_internalState.compare_exchange_strong(expected, InternalStarting))
+  // Updates hold the collection by a weak reference: without an owner they could never start.
+  if (weak_from_this().expired())
   {
-    return;
+    KELDA_THROW(CKeldaException(L"Collection is not owned by a std::shared_ptr"));
   }
-  try
+  std::exception_ptr failure;
   {
-    setState(Starting);
-    m_cancellation.store(create_child_cancellation(m_parentToken));
-    dispatchUpdate(std::nullopt);
-  }
-  catch (const std::exception& error)
-  {
-    m_internalState.store(InternalStopped);
-    setState(Error, DescriptionOf(error));
-    throw;
-  }
-}
-
-pool::tp_task CCollectionBase::dispatchUpdate(std::optional<boost::xtime> deadline)
-{
-  auto promise = std::make_shared<boost::promise<void>>();
-  auto done = promise->get_future();
-  std::weak_ptr<CCollectionBase> weakSelf = weak_from_this();
-  auto procedure = [weakSelf, promise]() {
+    const std::lock_guard lock(m_stateLock);
+    // A collection that is starting, running or stopping ignores a second start.
+    if (m_internalState.load() != InternalStopped)
+    {
+      return;
+    }
+    m_internalState.store(InternalStarting);
+    const std::uint64_t generation = m_generation.fetch_add(1) + 1;
+    setStateLocked(Starting, {});
     try
     {
-      if (const auto self = weakSelf.lock())
-      {
-        struct CActive
-        {
-          std::atomic<std::int32_t>& count;
-          explicit CActive(std::atomic<std::int32_t>& active) : count(active) { count.fetch_add(1); }
-          ~CActive()
-          {
-            count.fetch_sub(1);
-            count.notify_all();
-          }
-          CActive(const CActive&) = delete;
-          CActive& operator=(const CActive&) = delete;
-        } const active(self->m_activeUpdates);
-        self->update();
-      }
-      promise->set_value();
+      std::shared_ptr<ICancellation> token = create_child_cancellation(m_parentToken);
+      m_cancellation.store(token);
+      dispatchUpdate(generation, token, std::nullopt);
     }
-    catch (...)
+    catch (const std::exception& error)
     {
-      // update handles its own failures; this only keeps anything else off the worker.
-      promise->set_exception(boost::current_exception());
+      failure = std::current_exception();
+      m_internalState.store(InternalStopped);
+      setStateLocked(Error, DescriptionOf(error));
+    }
+  }
+  deliverStates();
+  if (failure)
+  {
+    std::rethrow_exception(failure);
+  }
+}
+
+pool::tp_task CCollectionBase::dispatchUpdate(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
+                                              std::optional<boost::xtime> deadline)
+{
+  std::weak_ptr<CCollectionBase> weakSelf = weak_from_this();
+  auto procedure = [weakSelf, generation, token]() {
+    if (const auto self = weakSelf.lock())
+    {
+      self->updateRun(generation, token);
     }
   };
-  // Held while dispatching so that an update which starts at once and schedules its successor
-  // cannot have that successor overwritten by this older task.
-  const std::lock_guard lock(m_taskLock);
-  pool::tp_task task = m_pool.dispatch_proc(std::move(procedure), deadline);
-  m_currentTask = CCurrentTask{std::move(done), task};
-  return task;
+  m_currentTask = m_pool.dispatch_proc(std::move(procedure), deadline);
+  return m_currentTask;
 }
 
-pool::tp_task CCollectionBase::currentTask() const
-{
-  const std::lock_guard lock(m_taskLock);
-  return m_currentTask.task;
-}
-
-void CCollectionBase::withdrawUpdate() noexcept
+void CCollectionBase::withdrawUpdateLocked() noexcept
 {
   try
   {
-    if (const auto cancellation = m_cancellation.load())
+    if (!m_currentTask.finished())
     {
-      cancellation->cancel();
-    }
-    pool::tp_task task = currentTask();
-    if (!task.finished())
-    {
-      task.halt(true, true);
+      m_currentTask.halt(true, true);
     }
   }
   catch (...)
@@ -310,19 +382,52 @@ void CCollectionBase::withdrawUpdate() noexcept
 
 void CCollectionBase::update()
 {
-  for (std::int32_t idle = 0; !m_updateInProgress.compare_exchange_strong(idle, 1); idle = 0)
+  std::uint64_t generation = 0;
+  std::shared_ptr<ICancellation> token;
   {
+    const std::lock_guard lock(m_stateLock);
+    generation = m_generation.load();
+    token = m_cancellation.load();
+  }
+  updateRun(generation, token);
+}
+
+void CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token)
+{
+  bool waited = false;
+  for (;;)
+  {
+    // Read before the attempt: an update that ends after it moves the count on, so the wait
+    // below cannot miss it even if another update takes the flag first.
+    const std::uint64_t ended = m_endedUpdates.load();
+    std::int32_t idle = 0;
+    if (m_updateInProgress.compare_exchange_strong(idle, 1))
+    {
+      break;
+    }
+    if (m_generation.load() != generation)
+    {
+      m_log->Debug(L"Update of an ended run skipped");
+      return;
+    }
     // The first update of a new run may meet the previous run's last update while that one
-    // finishes its bookkeeping (the state was already reset, the flag not yet): it waits for
-    // it rather than leave the new run in Starting for good.
+    // ends: it waits for it rather than leave the new run in Starting for good.
     if (m_internalState.load() != InternalStarting)
     {
       m_log->Info(L"Update cancelled because previous update is in progress");
       return;
     }
-    m_updateInProgress.wait(1);
+    if (!waited)
+    {
+      waited = true;
+      m_log->Debug(L"Update waits for the previous run's last update");
+    }
+    m_endedUpdates.wait(ended);
   }
+  m_progressGeneration.store(generation);
   CUpdateEnd end(*this);
+  m_updateToken.store(token);
+  m_recordFailureLogged.store(false);
   const void* const outerCollection = t_updatingCollection;
   t_updatingCollection = this;
   struct CRestore
@@ -330,7 +435,12 @@ void CCollectionBase::update()
     const void* previous;
     ~CRestore() { t_updatingCollection = previous; }
   } const restore{outerCollection};
+  runBody(generation, token, end);
+}
 
+void CCollectionBase::runBody(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
+                              CUpdateEnd& end)
+{
   try
   {
     m_log->Debug(fmt::format(L"Update started. Current state: {}; internal state: {}", StateWord(m_state.load()),
@@ -338,6 +448,35 @@ void CCollectionBase::update()
   }
   catch (...)
   {
+  }
+  bool stale = false;
+  bool stopping = false;
+  {
+    const std::lock_guard lock(m_stateLock);
+    if (m_generation.load() != generation || m_internalState.load() == InternalStopped)
+    {
+      stale = true;
+    }
+    else if (m_internalState.load() == InternalStarting)
+    {
+      m_internalState.store(InternalRunning);
+    }
+    else if (m_internalState.load() == InternalStopping)
+    {
+      stopping = true;
+    }
+  }
+  if (stale)
+  {
+    // An update of a run that has ended (or of an earlier run) leaves the state to its owner.
+    try
+    {
+      m_log->Debug(L"Update of an ended run skipped");
+    }
+    catch (...)
+    {
+    }
+    return;
   }
 
   COleDateTimeEx start;
@@ -347,32 +486,37 @@ void CCollectionBase::update()
   tstring description;
   try
   {
-    const std::shared_ptr<ICancellation> cancellation = m_cancellation.load();
-    if (!cancellation)
+    if (!token)
     {
       KELDA_THROW(CInterruptedException());
     }
-    std::int32_t state = InternalStarting;
-    if (!m_internalState.compare_exchange_strong(state, InternalRunning) && state != InternalRunning)
+    if (stopping)
     {
       m_log->Info(L"Collection is stopping. Cancelling");
-      cancellation->cancel();
+      token->cancel();
     }
-    cancellation->throw_if_cancelled();
+    token->throw_if_cancelled();
     start = COleDateTimeEx::GetCurrentUtcTime();
     {
       // Makes the run's token current, so that every log call of the pass can stop it.
-      const interruption_scope scope(cancellation);
+      const interruption_scope scope(token);
       updateImpl();
     }
-    cancellation->throw_if_cancelled();
-    setState(Running);
+    token->throw_if_cancelled();
+    {
+      const std::lock_guard lock(m_stateLock);
+      // A stop that came after the last token test has already said Stopping.
+      if (m_generation.load() == generation && m_internalState.load() == InternalRunning)
+      {
+        setStateLocked(Running, {});
+      }
+    }
+    deliverStates();
   }
   catch (const CInterruptedException& error)
   {
     m_log->Error(error, L"Interrupted");
-    m_internalState.store(InternalStopped);
-    setState(Stopped);
+    endRun(generation, Stopped);
     return;
   }
   catch (const std::exception& error)
@@ -382,8 +526,7 @@ void CCollectionBase::update()
     description = DescriptionOf(error);
     if (hr == cancelledHResult)
     {
-      m_internalState.store(InternalStopped);
-      setState(Stopped);
+      endRun(generation, Stopped);
       return;
     }
   }
@@ -396,23 +539,25 @@ void CCollectionBase::update()
     description = unknown.message();
   }
 
-  if (m_internalState.load() != InternalRunning)
   {
-    return;
+    const std::lock_guard lock(m_stateLock);
+    if (m_generation.load() != generation || m_internalState.load() != InternalRunning)
+    {
+      return;
+    }
+    // A failed update marks the collection Error but keeps its schedule; the next good update
+    // returns it to Running.
+    if (FAILED(hr))
+    {
+      setStateLocked(Error, description);
+    }
   }
-  // A failed update marks the collection Error but keeps its schedule; the next good update
-  // returns it to Running.
-  if (FAILED(hr))
-  {
-    setState(Error, description);
-  }
-  if (m_internalState.load() == InternalRunning)
-  {
-    scheduleNext(period, start, end);
-  }
+  deliverStates();
+  scheduleNext(generation, token, period, start, end);
 }
 
-void CCollectionBase::scheduleNext(const COleDateTimeSpan& period, const COleDateTimeEx& start, CUpdateEnd& end)
+void CCollectionBase::scheduleNext(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
+                                   const COleDateTimeSpan& period, const COleDateTimeEx& start, CUpdateEnd& end)
 {
   try
   {
@@ -421,43 +566,67 @@ void CCollectionBase::scheduleNext(const COleDateTimeSpan& period, const COleDat
     deadline.sec = delayMs / 1000;
     deadline.nsec = static_cast<boost::xtime::xtime_nsec_t>((delayMs % 1000) * 1000000);
     end.Finish();
-    pool::tp_task next = dispatchUpdate(deadline);
-    // A Stop that came in between the state test and the dispatch may have missed this task.
-    if (m_internalState.load() != InternalRunning)
+    // Tested and dispatched under the lock: a Stop either comes first and nothing is
+    // dispatched, or comes after and withdraws what was.
+    const std::lock_guard lock(m_stateLock);
+    if (m_generation.load() == generation && m_internalState.load() == InternalRunning)
     {
-      next.halt(true, true);
+      dispatchUpdate(generation, token, deadline);
     }
   }
   catch (const CInterruptedException& error)
   {
     m_log->Error(error, L"Update task scheduling interrupted");
-    m_internalState.store(InternalStopped);
-    setState(Stopped);
+    endRun(generation, Stopped);
   }
   catch (const std::exception& error)
   {
     m_log->Error(error, L"Update task scheduling failed");
-    m_internalState.store(InternalStopped);
     if (get_hresult(error) == cancelledHResult)
     {
-      setState(Stopped);
+      endRun(generation, Stopped);
     }
     else
     {
-      setState(Error, DescriptionOf(error));
+      endRun(generation, Error, DescriptionOf(error));
     }
   }
+}
+
+void CCollectionBase::endRun(std::uint64_t generation, States state, const tstring& message)
+{
+  {
+    const std::lock_guard lock(m_stateLock);
+    if (m_generation.load() != generation || m_internalState.load() == InternalStopped)
+    {
+      return;
+    }
+    m_internalState.store(InternalStopped);
+    setStateLocked(state, message);
+  }
+  deliverStates();
+}
+
+bool CCollectionBase::runUpdateInProgress() const noexcept
+{
+  // An earlier run's update still ending does not hold up this run's stop: it ends quietly.
+  return m_updateInProgress.load() != 0 && m_progressGeneration.load() == m_generation.load();
 }
 
 void CCollectionBase::finishStop()
 {
   try
   {
-    std::int32_t stopping = InternalStopping;
-    if (m_updateInProgress.load() == 0 && m_internalState.compare_exchange_strong(stopping, InternalStopped))
     {
-      setState(Stopped);
+      const std::lock_guard lock(m_stateLock);
+      if (m_internalState.load() != InternalStopping || runUpdateInProgress())
+      {
+        return;
+      }
+      m_internalState.store(InternalStopped);
+      setStateLocked(Stopped, {});
     }
+    deliverStates();
   }
   catch (...)
   {
@@ -476,20 +645,28 @@ void CCollectionBase::Stop(bool sync)
   }
   try
   {
-    std::int32_t running = InternalRunning;
-    if (m_internalState.compare_exchange_strong(running, InternalStopping))
     {
-      setState(Stopping);
-      withdrawUpdate();
-      // With an update in progress, the update itself ends the stop.
-      finishStop();
-      // An update that ended between the swap and the Stopping notice has already said Stopped,
-      // which Stopping then overwrote: say it again, so that a stopped collection reads Stopped.
-      if (m_internalState.load() == InternalStopped)
+      const std::lock_guard lock(m_stateLock);
+      const std::int32_t state = m_internalState.load();
+      // A starting collection stops too: its first update finds Stopping and ends the run.
+      if (state == InternalRunning || state == InternalStarting)
       {
-        setState(Stopped);
+        m_internalState.store(InternalStopping);
+        setStateLocked(Stopping, {});
+        if (const auto cancellation = m_cancellation.load())
+        {
+          cancellation->cancel();
+        }
+        withdrawUpdateLocked();
+        // With an update of this run in progress, the update itself ends the stop.
+        if (!runUpdateInProgress())
+        {
+          m_internalState.store(InternalStopped);
+          setStateLocked(Stopped, {});
+        }
       }
     }
+    deliverStates();
   }
   catch (...)
   {
@@ -498,7 +675,11 @@ void CCollectionBase::Stop(bool sync)
   {
     try
     {
-      waitForCurrentTask();
+      waitForUpdateEnd();
+      if (t_deliveringCollection != this)
+      {
+        waitForDelivery(m_queuedStates.load());
+      }
     }
     catch (...)
     {
@@ -506,23 +687,32 @@ void CCollectionBase::Stop(bool sync)
   }
 }
 
-void CCollectionBase::waitForCurrentTask()
+void CCollectionBase::waitForUpdateEnd()
 {
-  pool::tp_task task = currentTask();
-  if (task.finished() && m_activeUpdates.load() == 0)
+  // Read before the flag: an update that ends after this read moves the count on.
+  const std::uint64_t ended = m_endedUpdates.load();
+  if (m_updateInProgress.load() == 0)
   {
     return;
   }
   const auto waitStart = std::chrono::steady_clock::now();
   m_log->Info(L"Waiting for current task...");
-  task.halt(false, false);
-  // The current task may already be a successor that was withdrawn while its predecessor
-  // still runs: wait for every started update of this collection to return.
-  for (std::int32_t active = m_activeUpdates.load(); active != 0; active = m_activeUpdates.load())
+  // Only the update found in progress is awaited: later ones of a stopped run end at once, and
+  // back-to-back updates of a running one would keep a wait for "none in progress" going.
+  for (std::uint64_t now = m_endedUpdates.load(); now == ended; now = m_endedUpdates.load())
   {
-    m_activeUpdates.wait(active);
+    m_endedUpdates.wait(now);
   }
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - waitStart;
   m_log->Info(fmt::format(L"Task finished in {:.3}", waited.count()));
 }
+
+void CCollectionBase::waitForDelivery(std::uint64_t queued)
+{
+  for (std::uint64_t delivered = m_deliveredStates.load(); delivered < queued; delivered = m_deliveredStates.load())
+  {
+    m_deliveredStates.wait(delivered);
+  }
+}
+
 } // namespace collector::ni::impl

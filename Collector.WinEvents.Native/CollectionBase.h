@@ -14,8 +14,8 @@
 #include "KeldaKernel/Pool.h"
 
 #include <atomic>
-#include <boost/thread/future.hpp>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -61,7 +61,7 @@ public:
   static const wchar_t* InternalStateWord(std::int32_t state) noexcept;
 
 protected:
-  // One update and the scheduling of the next; runs on a pool thread.
+  // One update of the current run and the scheduling of the next; runs on a pool thread.
   void update();
   void setState(States state, const tstring& message = {});
   // Hands one batch of new records to every subscriber.
@@ -70,8 +70,9 @@ protected:
   const std::shared_ptr<CLog>& log() const noexcept { return m_log; }
   const std::shared_ptr<IHost>& host() const noexcept { return m_host; }
   std::shared_ptr<IUser> user() const { return m_user.load(); }
-  // The token of the current run (null before the first Run).
-  std::shared_ptr<ICancellationToken> cancellationToken() const { return m_cancellation.load(); }
+  // The token of the update running on this thread, else of the current run (null before the
+  // first Run).
+  std::shared_ptr<ICancellationToken> cancellationToken() const;
   std::int32_t internalState() const noexcept { return m_internalState.load(); }
   COleDateTimeSpan updatePeriod() const;
 
@@ -89,22 +90,39 @@ private:
     tstring m_description;
   };
 
-  struct CCurrentTask
+  // A state change waiting to reach the subscribers, in the order the changes were made.
+  struct CPendingState
   {
-    boost::BOOST_THREAD_FUTURE<void> done;
-    pool::tp_task task;
+    States state;
+    // The internal state when the change was made, for its log line.
+    std::int32_t internal;
+    tstring message;
   };
   class CUpdateEnd;
 
-  // Dispatches `update` and makes it the current task; returns its handle.
-  pool::tp_task dispatchUpdate(std::optional<boost::xtime> deadline);
-  void scheduleNext(const COleDateTimeSpan& period, const COleDateTimeEx& start, CUpdateEnd& end);
-  pool::tp_task currentTask() const;
-  // Cancels the running update (it meets its next interruption point) and withdraws a waiting one.
-  void withdrawUpdate() noexcept;
+  // Dispatches `update` for run `generation` with that run's token and makes it the current
+  // task. Called with m_stateLock held.
+  pool::tp_task dispatchUpdate(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
+                               std::optional<boost::xtime> deadline);
+  void updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token);
+  void runBody(std::uint64_t generation, const std::shared_ptr<ICancellation>& token, CUpdateEnd& end);
+  void scheduleNext(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
+                    const COleDateTimeSpan& period, const COleDateTimeEx& start, CUpdateEnd& end);
+  // Ends run `generation` in Stopped (or Error with a description) unless it already ended.
+  void endRun(std::uint64_t generation, States state, const tstring& message = {});
+  // Withdraws the current task if it waits; called with m_stateLock held.
+  void withdrawUpdateLocked() noexcept;
   // Completes a stop that found an update in progress, once that update has ended.
   void finishStop();
-  void waitForCurrentTask();
+  // True while an update body of the current run runs; read with m_stateLock held.
+  bool runUpdateInProgress() const noexcept;
+  // Records a public state change and queues its notification; called with m_stateLock held.
+  void setStateLocked(States state, const tstring& message);
+  // Hands queued state changes to subscribers, one thread at a time, outside every lock.
+  void deliverStates();
+  void deliverState(const CPendingState& change);
+  void waitForUpdateEnd();
+  void waitForDelivery(std::uint64_t queued);
 
   std::shared_ptr<CLog> m_log;
   mutable std::mutex m_periodLock;
@@ -112,17 +130,32 @@ private:
   GUID m_id{};
   tstring m_name;
   pool m_pool;
+  // The token of the current run, and of the update body in progress.
   std::atomic<std::shared_ptr<ICancellation>> m_cancellation;
+  std::atomic<std::shared_ptr<ICancellation>> m_updateToken;
   std::shared_ptr<ICancellationToken> m_parentToken;
   std::shared_ptr<IHost> m_host;
   std::atomic<std::shared_ptr<IUser>> m_user;
   std::shared_ptr<IClass> m_class;
+  // Every change of the internal state, the run number and the current task is made under
+  // this lock, and each public change is queued under it too, so that subscribers hear the
+  // changes in the order they were made. It is never held while a subscriber or a log runs.
+  mutable std::mutex m_stateLock;
   std::atomic<States> m_state{Stopped};
   std::atomic<std::int32_t> m_internalState{InternalStopped};
+  // Incremented by every Run; an update of an earlier run ends without touching the state.
+  std::atomic<std::uint64_t> m_generation{0};
+  pool::tp_task m_currentTask;
+  std::deque<CPendingState> m_pendingStates;
+  bool m_delivering = false;
+  std::atomic<std::uint64_t> m_queuedStates{0};
+  std::atomic<std::uint64_t> m_deliveredStates{0};
   std::atomic<std::int32_t> m_updateInProgress{0};
-  // Pool procedures of this collection that have started and not yet returned.
-  std::atomic<std::int32_t> m_activeUpdates{0};
-  mutable std::mutex m_taskLock;
-  CCurrentTask m_currentTask;
+  // The run of the update body in progress.
+  std::atomic<std::uint64_t> m_progressGeneration{0};
+  // Update bodies that have ended, so that a waiting Stop sees the end of the one it found.
+  std::atomic<std::uint64_t> m_endedUpdates{0};
+  // Set by the first subscriber failure on records within one update, which alone is logged.
+  std::atomic<bool> m_recordFailureLogged{false};
 };
 } // namespace collector::ni::impl

@@ -297,12 +297,6 @@ void CTask::Stop(bool sync)
   for (const auto& collection : Snapshot())
   {
     collection->Stop(sync);
-    // A collection still starting ignores a stop until its first update has run; a waiting
-    // stop has just waited for that update, so one more stop ends what it started.
-    if (sync && collection->GetState() != ICollectionTypes::Stopped)
-    {
-      collection->Stop(true);
-    }
   }
   m_state.store(Stopped);
 }

@@ -69,6 +69,15 @@ void CTaskPool::CancelAll()
 
 void CTaskPool::StopAll(bool sync)
 {
-  ForEach([sync](const std::shared_ptr<CTask>& task) { task->Stop(sync); });
+  // Every collection is told to stop during the walk; the wait for running updates comes after
+  // it, outside the lock, as an update's subscriber may call into this pool before it ends.
+  ForEach([](const std::shared_ptr<CTask>& task) { task->Stop(false); });
+  if (sync)
+  {
+    for (const auto& task : Snapshot())
+    {
+      task->Stop(true);
+    }
+  }
 }
 } // namespace collector::ni::impl

@@ -1,7 +1,8 @@
 // The tasks of a collector: Deploy binds a host and a user of the collector's pools into a new
 // task, Get finds it, Remove forgets it (its collections keep running for whoever holds them).
 // The collector walks the pool under its lock to cancel or stop every task (CancelAll, StopAll),
-// so a Deploy or Remove that comes meanwhile waits for the walk to end.
+// so a Deploy or Remove that comes meanwhile waits for the walk to end; a waiting stop waits
+// for running updates after the walk.
 //   auto task = taskPool->Deploy(L"main", hostId, userId);   // E_INVALIDARG for unknown ids
 #pragma once
 
@@ -33,7 +34,8 @@ public:
   std::shared_ptr<ITask> Get(GUID id) override;
   void Remove(GUID id) override;
 
-  // Cancel or stop every task, in identifier order, holding the pool's lock for the walk.
+  // Cancel or stop every task, in identifier order, holding the pool's lock for the walk;
+  // StopAll(true) then waits for every task's running updates with the lock left.
   void CancelAll();
   void StopAll(bool sync);
 

@@ -59,8 +59,8 @@ std::shared_ptr<IUser> CUserPool::Get(GUID id)
 
 std::vector<std::shared_ptr<IUser>> CUserPool::GetAll()
 {
-  std::vector<std::shared_ptr<IUser>> users;
-  ForEach([&users](const std::shared_ptr<CUser>& user) { users.push_back(user); });
-  return users;
+  // One copy under the lock, then one allocation of exactly its size.
+  const std::vector<std::shared_ptr<CUser>> users = Snapshot();
+  return {users.begin(), users.end()};
 }
 } // namespace collector::ni::impl

@@ -1,5 +1,5 @@
-// Subscriber list. Callbacks run on a copy of the list and outside the lock, so a subscriber
-// may subscribe or unsubscribe (itself or others) while being notified.
+// Subscriber list. The list is replaced, never changed in place, so a notification walks the
+// list it took at its start while subscribers (un)subscribe from inside a callback.
 #include "KeldaKernel/Observer.h"
 
 #include <algorithm>
@@ -8,37 +8,44 @@ void CKeldaBaseObserver::subscribe(std::shared_ptr<IKeldaSubscriber> subscriber)
 {
   if (!subscriber)
     return;
+  void* const typed = typedOf(*subscriber);
   const std::lock_guard guard(m_lock);
-  m_subscribers.push_back(std::move(subscriber));
+  auto list = std::make_shared<List>(*m_entries);
+  list->push_back(SEntry{std::move(subscriber), typed});
+  m_entries = std::move(list);
 }
 
 void CKeldaBaseObserver::unsubscribe(const std::shared_ptr<IKeldaSubscriber>& subscriber)
 {
   const std::lock_guard guard(m_lock);
-  std::erase_if(m_subscribers, [&](const auto& entry) { return entry.get() == subscriber.get(); });
+  auto list = std::make_shared<List>(*m_entries);
+  std::erase_if(*list, [&](const SEntry& entry) { return entry.subscriber.get() == subscriber.get(); });
+  m_entries = std::move(list);
 }
 
 std::size_t CKeldaBaseObserver::subscriber_count() const
 {
   const std::lock_guard guard(m_lock);
-  return m_subscribers.size();
+  return m_entries->size();
 }
 
-void CKeldaBaseObserver::notify(const std::function<bool(IKeldaSubscriber&)>& callback) const
+std::shared_ptr<const CKeldaBaseObserver::List> CKeldaBaseObserver::entries() const
 {
-  std::vector<std::shared_ptr<IKeldaSubscriber>> snapshot;
-  {
-    const std::lock_guard guard(m_lock);
-    snapshot = m_subscribers;
-  }
-  std::vector<IKeldaSubscriber*> dropped;
-  for (const auto& subscriber : snapshot)
-    if (callback(*subscriber))
-      dropped.push_back(subscriber.get());
-  if (dropped.empty())
-    return;
   const std::lock_guard guard(m_lock);
-  std::erase_if(m_subscribers, [&](const auto& entry) {
-    return std::find(dropped.begin(), dropped.end(), entry.get()) != dropped.end();
+  return m_entries;
+}
+
+void* CKeldaBaseObserver::typedOf(IKeldaSubscriber& /*subscriber*/) const
+{
+  return nullptr;
+}
+
+void CKeldaBaseObserver::drop(const std::vector<const IKeldaSubscriber*>& dropped) const
+{
+  const std::lock_guard guard(m_lock);
+  auto list = std::make_shared<List>(*m_entries);
+  std::erase_if(*list, [&](const SEntry& entry) {
+    return std::find(dropped.begin(), dropped.end(), entry.subscriber.get()) != dropped.end();
   });
+  m_entries = std::move(list);
 }

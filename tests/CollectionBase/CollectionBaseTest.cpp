@@ -53,12 +53,64 @@ protected:
 
   CCapturingSink& Sink() { return m_capture.Sink(); }
 
+  // Returns once the pool has run everything queued before it on a one-worker pool, or once
+  // both workers have taken a task after everything queued before.
+  void WaitForPool()
+  {
+    for (unsigned worker = 0; worker < m_pool->thread_count(); ++worker)
+    {
+      m_pool->dispatch_proc([] {}).halt(false, false);
+    }
+  }
+
   CLoggerCapture m_capture{ELogLevel::Debug};
   std::shared_ptr<CLog> m_root = std::make_shared<CLog>(nullptr, L"[NatC]");
   std::optional<pool> m_pool;
   std::shared_ptr<ICancellation> m_parent;
   std::shared_ptr<CScriptedCollection> m_collection;
   std::shared_ptr<CRecordingSubscriber> m_subscriber;
+};
+
+// A log sink that holds the first thread writing a line with `fragment` until Open().
+class CLineGate : public ILogSink
+{
+public:
+  explicit CLineGate(std::wstring fragment) : m_fragment(std::move(fragment)) {}
+  void write(ELogLevel, std::wstring_view line) override
+  {
+    if (line.find(m_fragment) == std::wstring_view::npos)
+    {
+      return;
+    }
+    std::unique_lock lock(m_lock);
+    if (m_held)
+    {
+      return;
+    }
+    m_held = true;
+    m_changed.notify_all();
+    m_changed.wait(lock, [&] { return m_open; });
+  }
+  bool WaitHeld()
+  {
+    std::unique_lock lock(m_lock);
+    return m_changed.wait_for(lock, waitLimit, [&] { return m_held; });
+  }
+  void Open()
+  {
+    {
+      const std::lock_guard lock(m_lock);
+      m_open = true;
+    }
+    m_changed.notify_all();
+  }
+
+private:
+  std::wstring m_fragment;
+  std::mutex m_lock;
+  std::condition_variable m_changed;
+  bool m_held = false;
+  bool m_open = false;
 };
 
 // Occupies the only worker of a one-thread pool until released.
@@ -187,7 +239,7 @@ TEST_F(CollectionBaseTest, SecondRunWhileStartingOrRunningChangesNothing)
   EXPECT_EQ(Sink().Count(L"New state: Starting"), 1u);
 }
 
-TEST_F(CollectionBaseTest, StopWhileStartingIsIgnoredUntilTheFirstUpdate)
+TEST_F(CollectionBaseTest, StopWhileStartingEndsTheRunWithoutAnUpdate)
 {
   Make(1);
   m_collection->Script({Step::Succeed});
@@ -196,11 +248,177 @@ TEST_F(CollectionBaseTest, StopWhileStartingIsIgnoredUntilTheFirstUpdate)
     m_collection->Run();
     m_collection->Stop(false);
     EXPECT_EQ(Sink().Count(L"Stop requested, sync: false. Current state: Starting; internal state: Starting"), 1u);
-    EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Starting);
-    EXPECT_EQ(m_collection->Internal(), 1);
+    // The first update was still waiting for a worker: it is withdrawn and the stop is complete.
+    EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+    EXPECT_EQ(m_collection->Internal(), 0);
   }
-  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
-  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+  WaitForPool();
+  EXPECT_EQ(m_collection->Calls(), 0);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping,
+                                                         ICollectionTypes::Stopped}));
+}
+
+TEST_F(CollectionBaseTest, StopSyncWhileStartingReturnsWithoutWaitingForTheFirstUpdate)
+{
+  Make(1);
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Succeed, Step::Succeed, Step::Succeed});
+  CPoolBlocker blocker(*m_pool);
+  m_collection->Run();
+  // The only worker is held: a stop that waited for the first update would never return.
+  auto stopped = std::async(std::launch::async, [this] { m_collection->Stop(true); });
+  ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  blocker.Release();
+  WaitForPool();
+  EXPECT_EQ(m_collection->Calls(), 0);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+}
+
+TEST_F(CollectionBaseTest, StopSyncWithBackToBackUpdatesWaitsForTheOneInProgressOnly)
+{
+  m_collection->SetUpdatePeriod(0);
+  m_collection->Script({Step::Succeed, Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(2));
+  auto stopped = std::async(std::launch::async, [this] { m_collection->Stop(true); });
+  ASSERT_TRUE(Sink().WaitFor(L"Waiting for current task..."));
+  m_collection->Release();
+  ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  WaitForPool();
+  EXPECT_EQ(m_collection->Calls(), 2);
+}
+
+TEST_F(CollectionBaseTest, StateNotificationsKeepTheOrderOfTheChanges)
+{
+  m_collection->Script({Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  // The thread that announces Stopping is held at its log line until the update has ended.
+  auto gate = std::make_shared<CLineGate>(L"New state: Stopping");
+  CKeldaLogger::instance().addSink(gate);
+  auto stopped = std::async(std::launch::async, [this] { m_collection->Stop(false); });
+  ASSERT_TRUE(gate->WaitHeld());
+  m_collection->Release();
+  ASSERT_TRUE(Sink().WaitFor(L"Update finished"));
+  gate->Open();
+  ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+  CKeldaLogger::instance().removeSink(gate);
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping,
+                                                         ICollectionTypes::Stopped}));
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+}
+
+TEST_F(CollectionBaseTest, UpdateOfAnEarlierRunLeavesTheNewRunAlone)
+{
+  // When the first run reports Stopped, its update still holds the in-progress flag: the
+  // subscriber starts a run (whose update then waits for the flag), stops it and starts another.
+  class CRestarter : public CRecordingSubscriber
+  {
+  public:
+    std::weak_ptr<CScriptedCollection> collection;
+    CCapturingSink* sink = nullptr;
+    void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
+    {
+      CRecordingSubscriber::OnStateChanged(id, state);
+      const auto target = collection.lock();
+      if (state.GetState() == ICollectionTypes::Stopped && !m_done && target)
+      {
+        m_done = true;
+        target->Run();
+        // The new run's update has started on the other worker: it can no longer be withdrawn.
+        EXPECT_TRUE(sink->WaitFor(L"Update waits for the previous run's last update"));
+        target->Stop(false);
+        target->Run();
+      }
+    }
+
+  private:
+    bool m_done = false;
+  };
+  auto restarter = std::make_shared<CRestarter>();
+  restarter->collection = m_collection;
+  restarter->sink = &Sink();
+  m_collection->Subscribe(restarter);
+  m_collection->Script({Step::Block});
+  m_collection->Run();
+  ASSERT_TRUE(m_collection->WaitCalls(1));
+  m_collection->Stop(false);
+  m_collection->Script({Step::Block});
+  m_collection->Release();
+  ASSERT_TRUE(Sink().WaitFor(L"Update of an ended run skipped"));
+  ASSERT_TRUE(restarter->WaitFor(ICollectionTypes::Starting, 3));
+  ASSERT_TRUE(m_collection->WaitCalls(2));
+  // The third run's own update runs it, under its own token.
+  EXPECT_EQ(m_collection->Internal(), 2);
+  m_collection->Release();
+  ASSERT_TRUE(restarter->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(restarter->States(),
+            (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping, ICollectionTypes::Stopped,
+                                 ICollectionTypes::Starting, ICollectionTypes::Stopping, ICollectionTypes::Stopped,
+                                 ICollectionTypes::Starting, ICollectionTypes::Running}));
+  EXPECT_EQ(Sink().Count(L"Update of an ended run skipped"), 1u);
+  EXPECT_EQ(m_collection->Calls(), 2);
+}
+
+TEST_F(CollectionBaseTest, RunOfACollectionWithoutSharedOwnerThrows)
+{
+  CScriptedCollection loose(m_root, *m_pool, m_parent, nullptr, nullptr, nullptr);
+  auto subscriber = std::make_shared<CRecordingSubscriber>();
+  loose.Subscribe(subscriber);
+  EXPECT_THROW(loose.Run(), CKeldaException);
+  EXPECT_EQ(loose.GetState(), ICollectionTypes::Stopped);
+  EXPECT_EQ(loose.Internal(), 0);
+  EXPECT_TRUE(subscriber->States().empty());
+}
+
+TEST_F(CollectionBaseTest, CollectionDestroyedWhileRunningSendsAFinalStopped)
+{
+  auto collection = std::make_shared<CScriptedCollection>(m_root, *m_pool, m_parent, nullptr, nullptr, nullptr);
+  auto subscriber = std::make_shared<CRecordingSubscriber>();
+  collection->Subscribe(subscriber);
+  collection->Script({Step::Succeed});
+  collection->Run();
+  ASSERT_TRUE(subscriber->WaitFor(ICollectionTypes::Running));
+  collection.reset();
+  // The last holder may be the update that just ended, on its worker.
+  ASSERT_TRUE(subscriber->WaitFor(ICollectionTypes::Stopped));
+  EXPECT_EQ(subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running,
+                                                       ICollectionTypes::Stopped}));
+}
+
+TEST_F(CollectionBaseTest, SubscriberThatThrowsOnRecordsStarvesNobodyAndIsLoggedOncePerUpdate)
+{
+  class CThrowingOnRecords : public CRecordingSubscriber
+  {
+  public:
+    void OnRecords(const GUID&, ICollectionTypes::Records) override { throw std::runtime_error("no records"); }
+  };
+  auto later = std::make_shared<CRecordingSubscriber>();
+  auto collection = std::make_shared<CScriptedCollection>(m_root, *m_pool, m_parent, nullptr, nullptr, nullptr);
+  collection->Subscribe(std::make_shared<CThrowingOnRecords>());
+  collection->Subscribe(later);
+  const std::vector<std::shared_ptr<collector::ni::IRecord>> none;
+  std::weak_ptr<CScriptedCollection> weak = collection;
+  collection->SetHook([weak, &none] {
+    if (const auto self = weak.lock())
+    {
+      self->Publish(none);
+      self->Publish(none);
+    }
+  });
+  collection->SetUpdatePeriod(0);
+  collection->Script({Step::CallHook, Step::CallHook, Step::Block});
+  collection->Run();
+  ASSERT_TRUE(collection->WaitCalls(3));
+  EXPECT_EQ(later->RecordCalls(), 4);
+  EXPECT_EQ(Sink().Count(L"Subscriber failed to take the records"), 2u);
+  EXPECT_EQ(later->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+  EXPECT_EQ(Sink().Count(L"Failed to update collection"), 0u);
+  collection->ReleaseAll();
+  collection->Stop(true);
 }
 
 TEST_F(CollectionBaseTest, StopSyncDuringUpdateWaitsAndEndsStopped)

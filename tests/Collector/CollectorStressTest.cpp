@@ -1,14 +1,21 @@
-// Eight threads work one collector at random for NATC_STRESS_SECONDS (default 20): deploying and
-// removing tasks on 200 hosts, creating, running, stopping and removing collections, switching
-// users and stopping the collector. Afterwards every collection must be in a final state, and
-// once everything is released no object of the collector may be left alive. Run under TSan in CI.
+// Eight threads work one collector at random for NATC_STRESS_SECONDS (default 3; 30 for the long
+// run): deploying and removing tasks on 200 hosts, creating (up to 1,000), running, stopping,
+// running again and removing collections of the library's three types and a counting test type
+// with periods of 0 and 1 s, switching users, and stopping or cancelling the collector, while
+// subscribers call back into the task pool and throw. Every Stop(true) must return within 2 s,
+// no run may have two update chains, every collection must end in a final state, and once
+// everything is released no object of the collector may be left alive. Run under TSan in CI.
 #include "TaskTestSupport.h"
 
 #include "Collector.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <functional>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -30,8 +37,124 @@ int StressSeconds()
       return seconds;
     }
   }
-  return 20;
+  return 3;
 }
+
+using Clock = std::chrono::steady_clock;
+
+// Counts its updates per run and notes every pair of one run's updates that came closer than a
+// chain with a period of 1 s allows, and any two update bodies that overlapped.
+class CCountedCollection : public CCollectionBase
+{
+public:
+  explicit CCountedCollection(const SCollectionParts& parts)
+    : CCollectionBase(parts.log, parts.threadPool, parts.token, parts.host, parts.user, parts.cls)
+  {
+  }
+  void Run() override
+  {
+    {
+      const std::lock_guard lock(m_lock);
+      ++m_run;
+    }
+    CCollectionBase::Run();
+  }
+  void SetSlowChain(bool slow)
+  {
+    const std::lock_guard lock(m_lock);
+    m_slowChain = slow;
+  }
+  int Violations() const
+  {
+    const std::lock_guard lock(m_lock);
+    return m_violations;
+  }
+
+protected:
+  void updateImpl() override
+  {
+    const bool overlapping = m_active.fetch_add(1) != 0;
+    {
+      const std::lock_guard lock(m_lock);
+      const auto now = Clock::now();
+      if (overlapping || (m_slowChain && m_lastRun == m_run && now - m_last < std::chrono::milliseconds(500)))
+      {
+        ++m_violations;
+      }
+      m_lastRun = m_run;
+      m_last = now;
+    }
+    m_active.fetch_sub(1);
+  }
+
+private:
+  mutable std::mutex m_lock;
+  std::atomic<int> m_active{0};
+  bool m_slowChain = false;
+  int m_run = 0;
+  int m_lastRun = -1;
+  Clock::time_point m_last{};
+  int m_violations = 0;
+};
+
+// Calls back into the task pool from its notifications, and throws from some of them.
+class CMeddlingSubscriber : public ICollectionTypes::ISubscriber
+{
+public:
+  CMeddlingSubscriber(std::weak_ptr<ITaskPool> tasks, std::function<GUID(unsigned)> anyTask)
+    : m_tasks(std::move(tasks)), m_anyTask(std::move(anyTask))
+  {
+  }
+  void OnRecords(const GUID&, ICollectionTypes::Records) override { throw std::runtime_error("records refused"); }
+  void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
+  {
+    const unsigned char pick = reinterpret_cast<const unsigned char*>(&id)[0];
+    if (const auto tasks = m_tasks.lock())
+    {
+      const GUID task = m_anyTask(pick);
+      if (pick % 16 == 0)
+      {
+        tasks->Remove(task);
+      }
+      else
+      {
+        tasks->Get(task);
+      }
+    }
+    if (state.GetState() == ICollectionTypes::Error || pick % 3 == 0)
+    {
+      throw std::runtime_error("state refused");
+    }
+  }
+
+private:
+  std::weak_ptr<ITaskPool> m_tasks;
+  std::function<GUID(unsigned)> m_anyTask;
+};
+
+// The library's types and the counting one.
+std::shared_ptr<CCollectionFactory> MakeStressFactory()
+{
+  auto factory = CCollectionFactory::BuiltIn();
+  factory->Add(L"Counted", [](const SCollectionParts& parts) {
+    return SMadeCollection{std::make_shared<CCountedCollection>(parts), {}};
+  });
+  return factory;
+}
+
+// The longest Stop(true), over every thread.
+struct SStopTimes
+{
+  std::mutex lock;
+  Clock::duration longest{};
+  std::size_t count = 0;
+  void Add(Clock::duration taken)
+  {
+    const std::lock_guard guard(lock);
+    longest = std::max(longest, taken);
+    ++count;
+  }
+};
 
 // What the threads share: the live tasks and collections they pick from, and everything ever
 // made, so that the end can check each of them.
@@ -44,6 +167,9 @@ struct SShared
   std::vector<std::shared_ptr<ICollection>> removedCollections;
   std::vector<std::weak_ptr<ICollection>> everCollections;
   std::vector<std::weak_ptr<ITask>> everTasks;
+  std::vector<std::shared_ptr<CCountedCollection>> counted;
+  SStopTimes stops;
+  std::shared_ptr<CMeddlingSubscriber> meddler;
 };
 
 class CStress
@@ -91,7 +217,14 @@ public:
       }
       else if (choice < 97)
       {
-        m_collector.Stop(random() % 2 == 0);
+        if (random() % 50 == 0)
+        {
+          m_collector.Cancel();
+        }
+        else
+        {
+          StopCollector(random() % 2 == 0);
+        }
       }
       else
       {
@@ -103,6 +236,26 @@ public:
   }
 
 private:
+  void StopCollector(bool sync)
+  {
+    const auto start = Clock::now();
+    m_collector.Stop(sync);
+    if (sync)
+    {
+      m_shared.stops.Add(Clock::now() - start);
+    }
+  }
+
+  void StopOne(ICollection& collection, bool sync)
+  {
+    const auto start = Clock::now();
+    collection.Stop(sync);
+    if (sync)
+    {
+      m_shared.stops.Add(Clock::now() - start);
+    }
+  }
+
   template <class T>
   static std::size_t Pick(std::mt19937& random, const std::vector<T>& items)
   {
@@ -156,16 +309,34 @@ private:
     {
       return;
     }
-    auto collection = task->CreateCollection(random() % 10 == 0 ? L"fake" : L"Fake");
+    {
+      const std::lock_guard lock(m_shared.lock);
+      if (m_shared.everCollections.size() >= 1000)
+      {
+        return;
+      }
+    }
+    static constexpr const wchar_t* types[] = {L"Counted", L"WindowsEvents", L"MiProp", L"MiPerf", L"counted"};
+    auto collection = task->CreateCollection(types[random() % 5]);
     if (!collection)
     {
       return;
     }
-    std::dynamic_pointer_cast<ICollectionInit>(collection)->SetUpdatePeriod(1);
+    const int period = static_cast<int>(random() % 2);
+    std::dynamic_pointer_cast<ICollectionInit>(collection)->SetUpdatePeriod(period);
+    if (random() % 4 == 0)
+    {
+      collection->Subscribe(m_shared.meddler);
+    }
     {
       const std::lock_guard lock(m_shared.lock);
       m_shared.collections.emplace_back(task, collection);
       m_shared.everCollections.push_back(collection);
+      if (auto counted = std::dynamic_pointer_cast<CCountedCollection>(collection))
+      {
+        counted->SetSlowChain(period == 1);
+        m_shared.counted.push_back(std::move(counted));
+      }
     }
     collection->Run();
   }
@@ -174,7 +345,7 @@ private:
   {
     if (auto collection = AnyCollection(random))
     {
-      collection->Stop(random() % 2 == 0);
+      StopOne(*collection, random() % 2 == 0);
     }
   }
 
@@ -201,7 +372,7 @@ private:
       m_shared.collections.erase(m_shared.collections.begin() + static_cast<std::ptrdiff_t>(index));
       m_shared.removedCollections.push_back(collection);
     }
-    collection->Stop(true);
+    StopOne(*collection, true);
     task->RemoveCollection(collection->GetId());
   }
 
@@ -226,7 +397,7 @@ TEST(CollectorStressTest, EightThreadsOnTwoHundredHostsEndEveryCollectionInAFina
   {
     auto workers = std::make_unique<pool>(4);
     auto token = create_cancellation();
-    auto collector = std::make_shared<impl::CCollector>(*workers, token, MakeFakeFactory());
+    auto collector = std::make_shared<impl::CCollector>(*workers, token, MakeStressFactory());
     std::vector<GUID> hosts;
     hosts.reserve(200);
     for (int h = 0; h < 200; ++h)
@@ -239,6 +410,12 @@ TEST(CollectorStressTest, EightThreadsOnTwoHundredHostsEndEveryCollectionInAFina
     {
       users.push_back(collector->GetUserPool()->Create(L"CORP\\user" + std::to_wstring(u), L"pw")->GetId());
     }
+    // The task is picked under the shared lock and used after it is left, so that no lock of the
+    // test is held while the meddler waits for the task pool's.
+    shared.meddler = std::make_shared<CMeddlingSubscriber>(collector->GetTaskPool(), [&shared](unsigned pick) {
+      const std::lock_guard lock(shared.lock);
+      return shared.tasks.empty() ? GUID{} : shared.tasks[pick % shared.tasks.size()]->GetId();
+    });
     CStress stress(*collector, hosts, users, shared);
     const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(StressSeconds());
     std::vector<std::thread> threads;
@@ -256,7 +433,15 @@ TEST(CollectorStressTest, EightThreadsOnTwoHundredHostsEndEveryCollectionInAFina
       operations += count;
     }
 
+    const auto finalStop = Clock::now();
     collector->Stop(true);
+    const double finalSeconds = std::chrono::duration<double>(Clock::now() - finalStop).count();
+    shared.stops.Add(Clock::now() - finalStop);
+    // Tasks that a subscriber removed are out of the collector's reach too.
+    for (const auto& task : shared.tasks)
+    {
+      task->Stop(true);
+    }
     // Removed tasks and collections are out of the collector's reach: their holder stops them.
     for (const auto& task : shared.removedTasks)
     {
@@ -277,6 +462,18 @@ TEST(CollectorStressTest, EightThreadsOnTwoHundredHostsEndEveryCollectionInAFina
     }
     EXPECT_EQ(checked, shared.everCollections.size());
     EXPECT_GT(shared.everCollections.size(), 100u);
+    int violations = 0;
+    for (const auto& counted : shared.counted)
+    {
+      violations += counted->Violations();
+    }
+    EXPECT_EQ(violations, 0) << "updates of one run closer than its period, or overlapping";
+    const double longest = std::chrono::duration<double>(shared.stops.longest).count();
+    EXPECT_LT(longest, 2.0);
+    std::printf("stress: %zu collections, %zu Stop(true) calls, longest %.3f s, final collector stop %.3f s\n",
+                shared.everCollections.size(), shared.stops.count, longest, finalSeconds);
+    shared.counted.clear();
+    shared.meddler.reset();
 
     // Release everything, then the pool: nothing of the collector may stay alive.
     shared.tasks.clear();

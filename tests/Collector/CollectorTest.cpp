@@ -154,6 +154,63 @@ TEST_F(CollectorTest, CancelEndsEveryRunningCollectionInStopped)
   }
 }
 
+// Removes every listed task from the task pool as soon as a collection reports Stopping.
+class CTaskRemover : public CStateRecorder
+{
+public:
+  CTaskRemover(std::shared_ptr<ITaskPool> tasks, std::vector<GUID> ids) : m_tasks(std::move(tasks)), m_ids(std::move(ids))
+  {
+  }
+  void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
+  {
+    if (state.GetState() == ICollectionTypes::Stopping)
+    {
+      for (const GUID& task : m_ids)
+      {
+        m_tasks->Remove(task);
+      }
+    }
+    CStateRecorder::OnStateChanged(id, state);
+  }
+
+private:
+  std::shared_ptr<ITaskPool> m_tasks;
+  std::vector<GUID> m_ids;
+};
+
+TEST_F(CollectorTest, StopReachesEveryTaskWhenASubscriberRemovesTasksDuringTheWalk)
+{
+  impl::CCollector collector(m_workers, m_token, MakeFakeFactory());
+  auto user = collector.GetUserPool()->CreateDefault(L"", L"");
+  std::vector<std::shared_ptr<ITask>> tasks;
+  std::vector<GUID> ids;
+  for (int h = 0; h < 3; ++h)
+  {
+    auto host = collector.GetHostPool()->Create(L"server" + std::to_wstring(h));
+    tasks.push_back(collector.GetTaskPool()->Deploy(L"t", host->GetId(), user->GetId()));
+    ids.push_back(tasks.back()->GetId());
+  }
+  auto remover = std::make_shared<CTaskRemover>(collector.GetTaskPool(), ids);
+  std::vector<std::shared_ptr<ICollection>> collections;
+  for (const auto& task : tasks)
+  {
+    auto collection = task->CreateCollection(L"Fake");
+    collection->Subscribe(remover);
+    collection->Run();
+    ASSERT_TRUE(remover->WaitLatest(collection->GetId(), ICollectionTypes::Running));
+    collections.push_back(collection);
+  }
+  collector.Stop(true);
+  for (const auto& collection : collections)
+  {
+    EXPECT_EQ(collection->GetState(), ICollectionTypes::Stopped);
+  }
+  for (const GUID& id : ids)
+  {
+    EXPECT_EQ(collector.GetTaskPool()->Get(id), nullptr);
+  }
+}
+
 TEST_F(CollectorTest, PoolsOutliveTheCollector)
 {
   auto collector = collector::win_events::create_collector(m_workers, m_token);

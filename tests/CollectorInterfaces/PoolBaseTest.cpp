@@ -49,6 +49,27 @@ TEST(PoolBaseTest, KeysAreOrderedByRawMemory)
   EXPECT_EQ(walked, (std::vector<int>{items[0]->tag, items[1]->tag, items[2]->tag}));
 }
 
+TEST(PoolBaseTest, WalkVisitsEveryObjectPresentAtItsStartWhateverVisitErases)
+{
+  CPoolBase<SItem> pool;
+  std::vector<GUID> ids;
+  for (std::uint32_t number = 1; number <= 3; ++number)
+  {
+    ids.push_back(GUID{number << 24, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}});
+    pool.Add(std::make_shared<SItem>(SItem{ids.back(), static_cast<int>(number)}));
+  }
+  std::vector<int> walked;
+  // The first visit erases the entry it stands on and the one after it.
+  pool.ForEach([&](const std::shared_ptr<SItem>& item) {
+    walked.push_back(item->tag);
+    pool.Erase(item->id);
+    if (item->tag == 1)
+      pool.Erase(ids[1]);
+  });
+  EXPECT_EQ(walked, (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(pool.Size(), 0u);
+}
+
 TEST(PoolBaseTest, AddUnderPresentIdentifierReplacesAndReleasesTheOld)
 {
   CPoolBase<SItem> pool;

@@ -55,31 +55,36 @@ TEST(PoolBaseThreadingTest, ConcurrentAddsGetsAndErasesKeepTheMapConsistent)
   EXPECT_EQ(pool.Size(), threads * perThread / 2);
 }
 
+// Shows whether another thread could enter the pool's lock at a given moment.
+class CProbedPool : public CPoolBase<SItem>
+{
+public:
+  bool OtherThreadCanEnter()
+  {
+    bool entered = false;
+    std::thread other([&] {
+      entered = Lock().try_lock();
+      if (entered)
+        Lock().unlock();
+    });
+    other.join();
+    return entered;
+  }
+};
+
 TEST(PoolBaseThreadingTest, WalkHoldsOffWritersUntilItEnds)
 {
-  CPoolBase<SItem> pool;
+  CProbedPool pool;
   pool.Add(std::make_shared<SItem>(SItem{Numbered(1)}));
-  std::latch walking(1);
-  std::latch release(1);
-  std::atomic<bool> added{false};
-  std::thread walker([&] {
-    pool.ForEach([&](const std::shared_ptr<SItem>&) {
-      walking.count_down();
-      release.wait();
-      // The writer cannot have finished while the walk holds the lock.
-      EXPECT_FALSE(added.load());
-    });
-  });
-  walking.wait();
-  std::thread writer([&] {
-    pool.Add(std::make_shared<SItem>(SItem{Numbered(2)}));
-    added = true;
-  });
-  release.count_down();
-  walker.join();
+  pool.Add(std::make_shared<SItem>(SItem{Numbered(2)}));
+  std::vector<bool> enterable;
+  pool.ForEach([&](const std::shared_ptr<SItem>&) { enterable.push_back(pool.OtherThreadCanEnter()); });
+  EXPECT_EQ(enterable, (std::vector<bool>{false, false}));
+  EXPECT_TRUE(pool.OtherThreadCanEnter());
+  // A writer on another thread goes on once the walk has ended.
+  std::thread writer([&] { pool.Add(std::make_shared<SItem>(SItem{Numbered(3)})); });
   writer.join();
-  EXPECT_TRUE(added.load());
-  EXPECT_EQ(pool.Size(), 2u);
+  EXPECT_EQ(pool.Size(), 3u);
 }
 
 TEST(CriticalSectionThreadingTest, ExcludesOtherThreads)

@@ -111,6 +111,8 @@ TEST(UserPoolTest, GetAllIsInIdentifierOrder)
   pool.CreateDefault(L"default", L"");
   const auto all = pool.GetAll();
   ASSERT_EQ(all.size(), 11u);
+  // Allocated once at its final size, not grown while copying.
+  EXPECT_EQ(all.capacity(), all.size());
   // GUID_NULL is the smallest key in memory order.
   EXPECT_EQ(all.front()->GetId(), GUID_NULL);
   for (std::size_t i = 1; i < all.size(); ++i)

@@ -9,6 +9,7 @@
 #include "UserPool.h"
 
 #include "KeldaKernel/Exceptions.h"
+#include "TestSupport/LogCapture.h"
 
 #include <future>
 #include <gtest/gtest.h>
@@ -440,6 +441,31 @@ TEST_F(TaskTest, StopTrueEndsRunningAndStartingCollectionsInStopped)
   EXPECT_EQ(running->GetState(), ICollectionTypes::Stopped);
   EXPECT_EQ(starting->GetState(), ICollectionTypes::Stopped);
   EXPECT_EQ(task->GetState(), 6);
+}
+
+TEST_F(TaskTest, StopTrueStopsEachCollectionOnceAlsoWhenStillStarting)
+{
+  natc_test::CLoggerCapture capture(ELogLevel::Info);
+  auto task = Deploy();
+  // Two updates held at the gate occupy both workers, so the third collection's first update
+  // waits for a worker and that collection is still Starting when the task stops.
+  auto first = Fake(task->CreateCollection(L"Fake"));
+  auto second = Fake(task->CreateCollection(L"Fake"));
+  first->Run();
+  second->Run();
+  ASSERT_TRUE(first->WaitUpdates(1));
+  ASSERT_TRUE(second->WaitUpdates(1));
+  auto starting = Fake(task->CreateCollection(L"Fake"));
+  starting->Run();
+  auto stopped = std::async(std::launch::async, [&] { task->Stop(true); });
+  ASSERT_TRUE(capture.Sink().WaitFor(L"Waiting for current task..."));
+  m_gate->Open();
+  ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+  for (const auto& collection : {first, second, starting})
+  {
+    EXPECT_EQ(collection->GetState(), ICollectionTypes::Stopped);
+  }
+  EXPECT_EQ(capture.Sink().Count(L"Stop requested"), 3u);
 }
 
 TEST_F(TaskTest, CancelEndsEveryCollectionInStoppedAndCancelsTheSharedSource)

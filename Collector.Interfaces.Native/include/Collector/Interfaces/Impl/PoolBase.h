@@ -111,15 +111,16 @@ public:
     return m_items.size();
   }
 
-  // Calls visit(object) for every object in identifier order while holding the lock, so that
-  // adds and removals wait for the walk. visit must not call back into this pool's writers
-  // from another thread; re-entry on the same thread is allowed (the lock is recursive).
+  // Calls visit(object) for every object present when the walk begins, in identifier order,
+  // while holding the lock, so that adds and removals from other threads wait for the walk.
+  // The walk goes over a copy, so visit may add or erase (the lock is recursive) on its thread.
   template <class Visit>
   void ForEach(Visit&& visit) const
   {
     std::lock_guard guard(m_lock);
-    for (const auto& entry : m_items)
-      visit(entry.second);
+    const std::vector<std::shared_ptr<T>> items = Snapshot();
+    for (const auto& item : items)
+      visit(item);
   }
 
 protected:

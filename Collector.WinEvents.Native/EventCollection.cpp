@@ -19,8 +19,6 @@ namespace collector::ni::impl
 namespace
 {
 constexpr HRESULT cancelledHResult = HRESULT_FROM_WIN32(ERROR_CANCELLED);
-// The newest event first: the cheapest way to learn a channel's newest record number.
-constexpr DWORD newestQueryFlags = EvtQueryChannelPath | EvtQueryReverseDirection;
 
 // Closes a handle of the Event Log API through the collection's table.
 class CEventHandle
@@ -192,9 +190,8 @@ void CEventCollection::restartClearedLogs(EVT_HANDLE session)
   }
   for (const auto& [path, recordId] : marked)
   {
-    __int64 newest = 0;
-    // A cleared or recreated log numbers its records from 1 again.
-    if (!readNewestRecordId(session, path, newest) || newest >= recordId)
+    // A cleared or recreated log numbers its records from 1 again: none reaches the bookmark.
+    if (!isBelowBookmark(session, path, recordId))
       continue;
     log()->Info(fmt::format(L"Log {} was cleared; reading it from the start", path));
     const std::lock_guard lock(m_lock);
@@ -202,38 +199,23 @@ void CEventCollection::restartClearedLogs(EVT_HANDLE session)
   }
 }
 
-bool CEventCollection::readNewestRecordId(EVT_HANDLE session, const tstring& path, __int64& newest)
+bool CEventCollection::isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId)
 {
-  const CEventHandle query(m_api, m_api.Query(session, path.c_str(), L"*", newestQueryFlags));
+  // Asked of the record numbers themselves, not of the last event in file order: damaged or
+  // recovered files do not always keep their events in number order.
+  const tstring atOrAbove = fmt::format(L"*[System[(EventRecordID>={})]]", recordId);
+  const CEventHandle query(m_api, m_api.Query(session, path.c_str(), atOrAbove.c_str(), EvtQueryChannelPath));
   if (query.get() == nullptr)
     return false;
   EVT_HANDLE found = nullptr;
   DWORD returned = 0;
-  if (!m_api.Next(query.get(), 1, &found, m_nextTimeout, 0, &returned) || returned == 0)
+  if (m_api.Next(query.get(), 1, &found, m_nextTimeout, 0, &returned))
   {
-    newest = 0;
-    return GetLastError() == ERROR_NO_MORE_ITEMS;
-  }
-  const CEventHandle event(m_api, found);
-  DWORD used = 0;
-  DWORD properties = 0;
-  if (m_api.Render(nullptr, event.get(), EvtRenderEventXml, 0, nullptr, &used, &properties) ||
-      GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-    return false;
-  std::vector<wchar_t> xml((used + sizeof(wchar_t) - 1) / sizeof(wchar_t));
-  if (!m_api.Render(nullptr, event.get(), EvtRenderEventXml, used, xml.data(), &used, &properties))
-    return false;
-  try
-  {
-    m_newestReader.Read(std::wstring_view(xml.data(), std::min<std::size_t>(used / sizeof(wchar_t), xml.size())),
-                        m_newestText);
-  }
-  catch (const std::exception&)
-  {
+    if (returned != 0)
+      m_api.Close(found);
     return false;
   }
-  newest = MakeEventValues(m_newestText).RecordId;
-  return true;
+  return GetLastError() == ERROR_NO_MORE_ITEMS;
 }
 
 const tstring& CEventCollection::bookmarkPath(const tstring& eventPath) const

@@ -79,8 +79,8 @@ private:
   const tstring& bookmarkPath(const tstring& eventPath) const;
   // Sets to 0 the bookmark of every filtered channel whose newest record lies below it.
   void restartClearedLogs(EVT_HANDLE session);
-  // The newest record number of a channel (0 when empty); false when it cannot be read.
-  bool readNewestRecordId(EVT_HANDLE session, const tstring& path, __int64& newest);
+  // True when the channel holds no record numbered recordId or above (false when unknown).
+  bool isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId);
 
   SEventLogApi m_api;
   // Guards the filters and the bookmarks against callers reading or setting them during an update.
@@ -102,9 +102,6 @@ private:
   tstring m_path;
   // The filters' paths, as of the current update.
   std::vector<tstring> m_filterPaths;
-  // Reads the newest event of a channel, apart from createRecord's reader.
-  CEventXmlReader m_newestReader;
-  SEventXmlText m_newestText;
   // "InitiatedBy" per SID text, for the current update only: an update looks each account up
   // once, the next one asks the system again (accounts may have been renamed meanwhile).
   std::unordered_map<tstring, tstring> m_accounts;

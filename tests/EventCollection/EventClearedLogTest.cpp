@@ -4,6 +4,7 @@
 #include "EventTestSupport.h"
 
 #include "TestSupport/LogCapture.h"
+#include "TestSupport/Samples.h"
 
 #include <gtest/gtest.h>
 
@@ -104,5 +105,19 @@ TEST_F(EventClearedLog, ARecreatedLogIsReadFromItsFirstRecord)
   EXPECT_EQ(Update(), 2u);
   EXPECT_EQ(collection->GetBookmarks().at(L"System"), 2);
   EXPECT_EQ(collection->GetBookmarks().at(L"Application"), 2);
+}
+} // namespace
+
+namespace
+{
+TEST_F(EventClearedLog, ASampleLogIsNotTakenForCleared)
+{
+  const std::string name = "Microsoft-Windows-HelloForBusiness%4Operational.evtx";
+  std::filesystem::copy_file(EvtxSamplesDirectory() / name, host.Path() / name);
+  SetChannels({L"microsoft-windows-helloforbusiness/operational"});
+  natc_test::CLoggerCapture capture(ELogLevel::Info);
+  EXPECT_EQ(Update(), 6u);
+  EXPECT_EQ(Update(), 0u);
+  EXPECT_EQ(capture.Sink().Count(L"was cleared"), 0u);
 }
 } // namespace

@@ -31,7 +31,7 @@ struct SScriptedApi
   DWORD replyLimit = 0;
   // The path EvtGetEventInfo reports per event (by index); events beyond it have none.
   std::vector<std::wstring> paths;
-  // The newest record number a reverse query of a channel finds (0: the channel is empty);
+  // The newest record number of the channel a query of one channel reads (0: it is empty);
   // without one such queries fail as for a missing channel.
   std::optional<long long> newest;
 
@@ -39,7 +39,8 @@ struct SScriptedApi
   std::size_t cursor = 0;
   int sessionsOpened = 0;
   std::vector<std::wstring> queries;
-  std::vector<std::wstring> newestQueries; // paths of the reverse queries of one channel
+  std::vector<std::wstring> newestQueries; // paths of the queries of one channel
+  long long newestBound = 0;               // the lowest record number the last such query asks for
   std::vector<DWORD> nextBatchSizes;  // what each EvtNext asked for
   std::vector<DWORD> nextReturned;    // what each successful EvtNext gave
   std::vector<DWORD> nextTimeouts;
@@ -102,9 +103,12 @@ inline EVT_HANDLE ScriptedOpenSession(EVT_LOGIN_CLASS, PVOID login, DWORD, DWORD
 
 inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD flags) noexcept
 {
-  if ((flags & EvtQueryReverseDirection) != 0)
+  if (path != nullptr)
   {
-    g_api.newestQueries.emplace_back(path != nullptr ? path : L"");
+    g_api.newestQueries.emplace_back(path);
+    const std::wstring text = query;
+    const std::size_t bound = text.find(L">=");
+    g_api.newestBound = bound == std::wstring::npos ? 0 : std::stoll(text.substr(bound + 2));
     if (!g_api.newest || g_api.queryFails)
     {
       SetLastError(g_api.queryFails ? g_api.queryError : ERROR_EVT_CHANNEL_NOT_FOUND);
@@ -128,7 +132,7 @@ inline BOOL ScriptedNext(EVT_HANDLE query, DWORD size, PEVT_HANDLE events, DWORD
   if (HandleValue(query) == scriptedNewestQuery)
   {
     *returned = 0;
-    if (g_api.newest.value_or(0) == 0)
+    if (g_api.newest.value_or(0) < g_api.newestBound || g_api.newest.value_or(0) == 0)
     {
       SetLastError(ERROR_NO_MORE_ITEMS);
       return FALSE;

@@ -1,4 +1,4 @@
-// natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]: the collector's main job. Reads
+// natc run [CONFIG] [--duration S] [--logs DIR] [--threads N] [--state FILE]: the collector's main job. Reads
 // a JSON configuration of hosts, users, tasks and collections (or runs the embedded default on
 // this machine), builds it through create_collector and the pools, runs it, and prints every
 // record and state change as JSON lines until SIGINT, SIGTERM or the end of --duration; then
@@ -12,6 +12,7 @@
 #include "run/RunArguments.h"
 #include "run/RunConfig.h"
 #include "run/Runner.h"
+#include "run/StateKeeper.h"
 
 #include <cerrno>
 #include <chrono>
@@ -99,10 +100,21 @@ int RunCommand(const std::vector<std::string>& arguments)
     return 2;
   }
 
+  std::optional<std::vector<natc::run::SCollectionState>> state;
   std::optional<natc::run::CRunner> runner;
+  std::unique_ptr<natc::run::CStateKeeper> keeper;
   try
   {
+    if (!parsed.stateFile.empty())
+    {
+      state = natc::run::LoadStateFile(parsed.stateFile);
+    }
     runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
+    if (!parsed.stateFile.empty())
+    {
+      keeper = natc::run::KeepState(*runner, parsed.stateFile, state.value_or(std::vector<natc::run::SCollectionState>{}),
+                                    stdout);
+    }
   }
   catch (const std::exception& error)
   {
@@ -117,6 +129,10 @@ int RunCommand(const std::vector<std::string>& arguments)
     signal = signals.WaitForStop(parsed.duration);
   }
   runner->Stop();
+  if (keeper)
+  {
+    keeper->Stop();
+  }
   std::fprintf(stderr, "natc run: %s; %zu collections stopped, %zu records\n",
                signal == SIGINT ? "interrupted" : signal == SIGTERM ? "terminated" : "duration reached",
                runner->CollectionCount(), runner->RecordCount());

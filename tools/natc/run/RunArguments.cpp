@@ -6,13 +6,15 @@
 namespace natc::run
 {
 const char* const runUsage =
-  "usage: natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]\n"
+  "usage: natc run [CONFIG] [--duration S] [--logs DIR] [--threads N] [--state FILE]\n"
   "  CONFIG        JSON configuration of hosts, users, tasks and collections (see\n"
   "                examples/natc-run.json); without it, this machine's counters, its\n"
   "                operating system and the event logs of DIR (or generated demo logs)\n"
   "  --duration S  stop after S seconds (default: run until SIGINT or SIGTERM)\n"
   "  --logs DIR    event log directory (.evtx files) for the default configuration\n"
   "  --threads N   worker threads (default: one per core, at least two)\n"
+  "  --state FILE  keep event bookmarks in FILE: a restart resumes after the last event\n"
+  "                printed (a missing FILE starts fresh)\n"
   "Prints every record and state change as one JSON line on stdout; logs go to stderr\n"
   "(level from NATC_LOG_LEVEL: debug, info, error, off).\n";
 
@@ -67,6 +69,14 @@ SRunArguments ParseRunArguments(const std::vector<std::string>& arguments)
         throw std::invalid_argument("--threads needs a number from 1 to 256, not '" + text + "'");
       }
       parsed.threads = static_cast<unsigned>(threads);
+    }
+    else if (argument == "--state")
+    {
+      parsed.stateFile = Value(arguments, i);
+      if (parsed.stateFile.empty())
+      {
+        throw std::invalid_argument("--state needs a file");
+      }
     }
     else if (!argument.empty() && argument[0] == '-')
     {

@@ -1,5 +1,5 @@
 // The command line of `natc run`, parsed without side effects:
-//   natc run [CONFIG] [--duration S] [--logs DIR] [--threads N]
+//   natc run [CONFIG] [--duration S] [--logs DIR] [--threads N] [--state FILE]
 #pragma once
 
 #include <optional>
@@ -19,6 +19,8 @@ struct SRunArguments
   std::string logDirectory;
   // Worker threads of the pool; 0: one per core, at least two.
   unsigned threads = 0;
+  // Bookmarks kept across runs; empty: none kept.
+  std::string stateFile;
   bool help = false;
 };
 

@@ -148,6 +148,8 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
           }
         }
       }
+      m_places.push_back({taskConfig.name, static_cast<std::size_t>(&collectionConfig - taskConfig.collections.data()),
+                          collection});
       m_collections.push_back(std::move(collection));
     }
   }

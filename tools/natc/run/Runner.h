@@ -45,6 +45,14 @@ public:
 
   std::size_t CollectionCount() const noexcept { return m_collections.size(); }
   std::size_t RecordCount() const;
+  // Each collection, with its task's name and its place in the task's "collections".
+  struct SPlace
+  {
+    std::wstring task;
+    std::size_t index = 0;
+    std::shared_ptr<collector::ni::ICollection> collection;
+  };
+  const std::vector<SPlace>& Places() const noexcept { return m_places; }
   // The final state of each collection (after Stop).
   std::vector<collector::ni::ICollectionTypes::States> States() const;
 
@@ -55,6 +63,7 @@ private:
   std::shared_ptr<collector::ni::ICollector> m_collector;
   std::vector<std::shared_ptr<collector::ni::ICollection>> m_collections;
   std::vector<std::shared_ptr<JsonLinePrinter>> m_printers;
+  std::vector<SPlace> m_places;
   bool m_stopped = false;
 };
 } // namespace natc::run

@@ -1,16 +1,74 @@
 // File: header and chunks read with pread, chunk buffers recycled from a small pool.
 #include "Evtx/File.h"
 
+#include "Bytes.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 namespace evtx
 {
+namespace
+{
+constexpr std::uint32_t kFileDirty = 0x1;
+constexpr std::uint32_t kRecordSignature = 0x00002a2a;
+constexpr std::uint32_t kRecordHeaderSize = 24;
+// Chunk header fields that describe the records' end.
+constexpr std::size_t kLastRecordNumberAt = 16;
+constexpr std::size_t kLastRecordIdAt = 32;
+constexpr std::size_t kLastRecordOffsetAt = 44;
+constexpr std::size_t kFreeSpaceOffsetAt = 48;
+
+void Store32(std::uint8_t* p, std::uint32_t v) { std::memcpy(p, &v, 4); }
+void Store64(std::uint8_t* p, std::uint64_t v) { std::memcpy(p, &v, 8); }
+
+// A log left dirty (not closed cleanly) may hold records that its chunk header does not cover
+// yet: the header is rewritten after the records. Windows recovers them when it opens a dirty
+// log, so the records that follow the header's free-space offset, intact and numbered on from
+// its last record, are taken into the chunk by moving the header's end fields past them (the
+// header then no longer matches its CRC, as for any stale header).
+// https://computer.forensikblog.de/en/2007/07/evtx-file-header.html (flag bit 0: the service scans
+// a dirty file when it reopens it and fixes the headers)
+void RecoverRecordsPastFreeSpace(std::uint8_t* data)
+{
+  ChunkHeader header;
+  const Status status = ParseChunkHeader(data, kChunkHeaderSize, header);
+  if (status != Status::Ok && status != Status::BadHeaderChecksum)
+    return;
+  const std::uint32_t end = header.freeSpaceOffset;
+  if (end < kChunkHeaderSize || end > kChunkSize)
+    return;
+  std::uint64_t nextId = end == kChunkHeaderSize ? header.firstRecordId : header.lastRecordId + 1;
+  std::uint64_t nextNumber = end == kChunkHeaderSize ? header.firstRecordNumber : header.lastRecordNumber + 1;
+  std::uint32_t pos = end;
+  std::uint32_t last = header.lastRecordOffset;
+  while (pos + kRecordHeaderSize + 4 <= kChunkSize)
+  {
+    const std::uint8_t* record = data + pos;
+    const std::uint32_t size = detail::Le32(record + 4);
+    if (detail::Le32(record) != kRecordSignature || size < kRecordHeaderSize + 4 || size > kChunkSize - pos ||
+        size % 8 != 0 || detail::Le32(record + size - 4) != size || detail::Le64(record + 8) != nextId)
+      break;
+    last = pos;
+    pos += size;
+    ++nextId;
+    ++nextNumber;
+  }
+  if (pos == end)
+    return;
+  Store64(data + kLastRecordNumberAt, nextNumber - 1);
+  Store64(data + kLastRecordIdAt, nextId - 1);
+  Store32(data + kLastRecordOffsetAt, last);
+  Store32(data + kFreeSpaceOffsetAt, pos);
+}
+} // namespace
+
 File::File() = default;
 
 File::~File()
@@ -153,12 +211,18 @@ Status File::LoadChunk(std::uint32_t index, std::shared_ptr<Chunk>& out)
   Status status = ReadAt(offset, chunk->Buffer(), kChunkSize);
   if (status != Status::Ok)
     return status;
+  if ((header_.flags & kFileDirty) != 0)
+    RecoverRecordsPastFreeSpace(chunk->Buffer());
   status = chunk->LoadBuffer(index);
   if (!chunk->HeaderChecksumOk() && (status == Status::Ok))
   {
     // A torn read of a header being rewritten: try once more before taking it as damaged.
     if (ReadAt(offset, chunk->Buffer(), kChunkSize) == Status::Ok)
+    {
+      if ((header_.flags & kFileDirty) != 0)
+        RecoverRecordsPastFreeSpace(chunk->Buffer());
       status = chunk->LoadBuffer(index);
+    }
   }
   if (status != Status::Ok)
     return status;

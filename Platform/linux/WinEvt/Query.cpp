@@ -138,13 +138,16 @@ BOOL EvtNext(EVT_HANDLE resultSet, DWORD eventsSize, PEVT_HANDLE events, DWORD t
       deadlinePassed = [deadline] { return GetTickCount64() >= deadline; };
     std::vector<std::shared_ptr<natc::winevt::EventObject>> found;
     found.reserve(eventsSize);
-    bool timedOut = false;
-    results->Next(eventsSize, found, deadlinePassed, timedOut);
+    using Shortfall = natc::winevt::ResultSetObject::Shortfall;
+    Shortfall shortfall = Shortfall::None;
+    results->Next(eventsSize, found, deadlinePassed, shortfall);
     for (auto& event : found)
       events[(*returned)++] = natc::winevt::Register(std::move(event));
     if (*returned > 0)
       return TRUE;
-    SetLastError(timedOut ? ERROR_TIMEOUT : ERROR_NO_MORE_ITEMS);
+    SetLastError(shortfall == Shortfall::TimedOut ? ERROR_TIMEOUT
+                 : shortfall == Shortfall::Stale  ? ERROR_EVT_QUERY_RESULT_STALE
+                                                  : ERROR_NO_MORE_ITEMS);
     return FALSE;
   }
   catch (const std::bad_alloc&)

@@ -24,15 +24,15 @@ void ChannelCursor::PlanChunks()
     const evtx::Status status = m_file.ReadChunkHeader(slot, header);
     if (status == evtx::Status::Ok)
     {
-      m_plan.push_back({slot, header.firstRecordId, header.lastRecordId});
+      m_plan.push_back({slot, header.firstRecordId, header.lastRecordId, true});
       continue;
     }
     if (status == evtx::Status::Empty)
       continue;
     // A damaged header: the chunk may still hold readable records; their numbers place it.
     std::shared_ptr<evtx::Chunk> chunk;
-    if (Load(slot, chunk) && !chunk->Records().empty())
-      m_plan.push_back({slot, chunk->Records().front().id, chunk->Records().back().id});
+    if (Load(slot, chunk) == evtx::Status::Ok && !chunk->Records().empty())
+      m_plan.push_back({slot, chunk->Records().front().id, chunk->Records().back().id, false});
   }
   std::stable_sort(m_plan.begin(), m_plan.end(),
                    [](const PlannedChunk& a, const PlannedChunk& b) { return a.firstRecordId < b.firstRecordId; });
@@ -49,7 +49,7 @@ void ChannelCursor::PlanChunks()
 bool ChannelCursor::HeaderNumbersMatchEvents(std::uint32_t slot)
 {
   std::shared_ptr<evtx::Chunk> chunk;
-  if (!Load(slot, chunk) || chunk->Records().empty())
+  if (Load(slot, chunk) != evtx::Status::Ok || chunk->Records().empty())
     return false;
   for (const evtx::Record* record : {&chunk->Records().front(), &chunk->Records().back()})
   {
@@ -63,13 +63,14 @@ bool ChannelCursor::HeaderNumbersMatchEvents(std::uint32_t slot)
   return true;
 }
 
-bool ChannelCursor::Load(std::uint32_t slot, std::shared_ptr<evtx::Chunk>& chunk)
+evtx::Status ChannelCursor::Load(std::uint32_t slot, std::shared_ptr<evtx::Chunk>& chunk)
 {
   const std::lock_guard guard(*m_fileLock);
-  return m_file.LoadChunk(slot, chunk) == evtx::Status::Ok && chunk;
+  const evtx::Status status = m_file.LoadChunk(slot, chunk);
+  return status == evtx::Status::Ok && !chunk ? evtx::Status::Empty : status;
 }
 
-bool ChannelCursor::LoadNextChunk()
+ChannelCursor::Step ChannelCursor::LoadNextChunk()
 {
   while (m_nextSlot < m_plan.size())
   {
@@ -79,14 +80,22 @@ bool ChannelCursor::LoadNextChunk()
     if (planned.lastRecordId < m_minRecordId && planned.slot != m_newestSlot)
       continue;
     std::shared_ptr<evtx::Chunk> chunk;
-    if (!Load(planned.slot, chunk))
+    const evtx::Status status = Load(planned.slot, chunk);
+    // A slot gone from the file, or a chunk that now starts elsewhere in the log, means the log
+    // was cleared or wrapped over it since the query began. Windows answers such a query with
+    // ERROR_EVT_QUERY_RESULT_STALE: https://learn.microsoft.com/en-us/windows/win32/debug/system-error-codes--15000-15999-
+    if (status == evtx::Status::Truncated || status == evtx::Status::Empty ||
+        (status == evtx::Status::Ok && planned.fromHeader && chunk->HeaderChecksumOk() &&
+         chunk->Header().firstRecordId != planned.firstRecordId))
+      return Step::Stale;
+    if (status != evtx::Status::Ok)
       continue; // a damaged chunk: reading goes on with the next
     ++m_chunksLoaded;
     m_chunk = std::make_shared<SharedChunk>(std::move(chunk), m_fileLock);
     m_nextRecord = 0;
-    return true;
+    return Step::Event;
   }
-  return false;
+  return Step::End;
 }
 
 bool ChannelCursor::Accept(const evtx::query::Query& query, const evtx::query::EvalContext& context,
@@ -117,8 +126,12 @@ ChannelCursor::Step ChannelCursor::Next(const evtx::query::Query& query, const e
 {
   if (!m_planned)
     PlanChunks();
-  if (!m_chunk && !LoadNextChunk())
-    return Step::End;
+  if (!m_chunk)
+  {
+    const Step loaded = LoadNextChunk();
+    if (loaded != Step::Event)
+      return loaded;
+  }
   const auto& records = m_chunk->chunk->Records();
   while (m_nextRecord < records.size())
   {
@@ -142,12 +155,12 @@ ResultSetObject::ResultSetObject(evtx::query::Query query, std::vector<ChannelCu
 }
 
 std::size_t ResultSetObject::Next(std::size_t count, std::vector<std::shared_ptr<EventObject>>& out,
-                                  const std::function<bool()>& deadlinePassed, bool& timedOut)
+                                  const std::function<bool()>& deadlinePassed, Shortfall& shortfall)
 {
   const std::lock_guard guard(m_lock);
-  timedOut = false;
+  shortfall = m_stale ? Shortfall::Stale : Shortfall::None;
   std::size_t produced = 0;
-  while (produced < count && m_current < m_cursors.size())
+  while (!m_stale && produced < count && m_current < m_cursors.size())
   {
     std::shared_ptr<EventObject> event;
     switch (m_cursors[m_current].Next(m_query, m_context, event))
@@ -159,11 +172,15 @@ std::size_t ResultSetObject::Next(std::size_t count, std::vector<std::shared_ptr
     case ChannelCursor::Step::ChunkDone:
       if (deadlinePassed && deadlinePassed())
       {
-        timedOut = true;
+        shortfall = Shortfall::TimedOut;
         return produced;
       }
       break;
     case ChannelCursor::Step::End: ++m_current; break;
+    case ChannelCursor::Step::Stale:
+      m_stale = true;
+      shortfall = Shortfall::Stale;
+      break;
     }
   }
   return produced;

@@ -33,7 +33,8 @@ public:
   {
     Event,     // out holds the next matching event
     ChunkDone, // a loaded chunk was finished: a good moment to check the time-out
-    End
+    End,
+    Stale // the log was cleared or wrapped over chunks the query had yet to read
   };
 
   // path: the channel or file path as the query names it, which its events report.
@@ -49,8 +50,8 @@ public:
 private:
   void PlanChunks();
   bool HeaderNumbersMatchEvents(std::uint32_t slot);
-  bool Load(std::uint32_t slot, std::shared_ptr<evtx::Chunk>& chunk);
-  bool LoadNextChunk();
+  evtx::Status Load(std::uint32_t slot, std::shared_ptr<evtx::Chunk>& chunk);
+  Step LoadNextChunk();
   bool Accept(const evtx::query::Query& query, const evtx::query::EvalContext& context, const evtx::Record& record);
 
   evtx::File m_file;
@@ -67,6 +68,8 @@ private:
     std::uint32_t slot;
     std::uint64_t firstRecordId;
     std::uint64_t lastRecordId;
+    // The range came from a valid chunk header, which a cleared or wrapped log rewrites.
+    bool fromHeader;
   };
   std::vector<PlannedChunk> m_plan; // chunks in reading order
   std::uint32_t m_newestSlot = 0;
@@ -83,17 +86,25 @@ class ResultSetObject final : public EvtObject
 public:
   ResultSetObject(evtx::query::Query query, std::vector<ChannelCursor> cursors, evtx::query::EvalContext context);
 
+  // Why Next produced fewer events than asked.
+  enum class Shortfall
+  {
+    None,     // none, or the end of the result
+    TimedOut, // the deadline passed; the next call goes on from there
+    Stale     // a log was cleared or wrapped: the rest of the result is lost, for good
+  };
+
   // Fills up to `count` events. A deadline (GetTickCount64 time) is checked only after a loaded
-  // chunk is finished, so every call makes progress. Returns the number produced; timedOut tells
-  // why it stopped short of count when cursors remain.
+  // chunk is finished, so every call makes progress. Returns the number produced.
   std::size_t Next(std::size_t count, std::vector<std::shared_ptr<EventObject>>& out,
-                   const std::function<bool()>& deadlinePassed, bool& timedOut);
+                   const std::function<bool()>& deadlinePassed, Shortfall& shortfall);
 
 private:
   std::mutex m_lock;
   evtx::query::Query m_query;
   std::vector<ChannelCursor> m_cursors;
   std::size_t m_current = 0;
+  bool m_stale = false;
   evtx::query::EvalContext m_context;
 };
 } // namespace natc::winevt

@@ -30,6 +30,7 @@ constexpr DWORD ERROR_EVT_INVALID_PUBLISHER_NAME = 15004;
 constexpr DWORD ERROR_EVT_INVALID_EVENT_DATA = 15005;
 constexpr DWORD ERROR_EVT_CHANNEL_NOT_FOUND = 15007;
 constexpr DWORD ERROR_EVT_MALFORMED_XML_TEXT = 15008;
+constexpr DWORD ERROR_EVT_QUERY_RESULT_STALE = 15011;
 constexpr DWORD ERROR_EVT_MESSAGE_NOT_FOUND = 15027;
 constexpr DWORD ERROR_EVT_MESSAGE_ID_NOT_FOUND = 15028;
 constexpr DWORD ERROR_EVT_UNRESOLVED_VALUE_INSERT = 15029;
@@ -164,7 +165,8 @@ EVT_HANDLE EvtOpenSession(EVT_LOGIN_CLASS loginClass, PVOID login, DWORD timeout
 // Path: a channel (or a file with EvtQueryFilePath) for an XPath query; ignored for a query list.
 EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags) noexcept;
 // Up to eventsSize event handles; FALSE with ERROR_NO_MORE_ITEMS at the end, ERROR_TIMEOUT when
-// the time-out passed before any event was found (the next call goes on from there).
+// the time-out passed before any event was found (the next call goes on from there), and
+// ERROR_EVT_QUERY_RESULT_STALE once a log was cleared or wrapped over what the query had yet to read.
 BOOL EvtNext(EVT_HANDLE resultSet, DWORD eventsSize, PEVT_HANDLE events, DWORD timeout, DWORD flags,
              PDWORD returned) noexcept;
 // EvtRenderEventXml: the event's XML with its terminating zero; bufferUsed is in bytes.

@@ -11,7 +11,7 @@ public:
   void OnRecords(const GUID&, collector::ni::ICollectionTypes::Records records) override
   {
     if (!records.empty())
-      m_keeper.recordsDelivered();
+      m_keeper.recordsDelivered(records.size());
   }
   void OnStateChanged(const GUID&, const collector::ni::ICollectionTypes::IState&) override {}
 
@@ -50,13 +50,25 @@ std::shared_ptr<collector::ni::ICollectionTypes::ISubscriber> CStateKeeper::Subs
   return m_subscriber;
 }
 
-void CStateKeeper::recordsDelivered()
+void CStateKeeper::recordsDelivered(std::size_t count)
 {
+  bool saveNow = false;
   {
     const std::lock_guard lock(m_lock);
     m_dirty = true;
+    m_sinceSave += count;
+    if (m_sinceSave >= saveEvery)
+    {
+      m_sinceSave = 0;
+      saveNow = true;
+    }
   }
-  m_wake.notify_one();
+  // A full batch is saved before the collection delivers more, which bounds what a crash repeats;
+  // the rest is saved by the keeper's thread.
+  if (saveNow)
+    Save();
+  else
+    m_wake.notify_one();
 }
 
 void CStateKeeper::run()
@@ -68,6 +80,7 @@ void CStateKeeper::run()
     if (m_stopping)
       return;
     m_dirty = false;
+    m_sinceSave = 0;
     lock.unlock();
     Save();
     lock.lock();

@@ -1,7 +1,8 @@
 // Keeps the state file of `natc run --state FILE` up to date while collections run. It hands
 // each "WindowsEvents" collection the bookmarks the file holds for it (before Run), and, as a
-// subscriber, saves every collection's bookmarks after records were delivered: on its own
-// thread, after flushing the output, so that the file never names an event not yet written.
+// subscriber, saves every collection's bookmarks after records were delivered, after flushing
+// the output, so that the file never names an event not yet written: itself after every 100
+// records (before the collection goes on), and on its own thread for the records since.
 //   CStateKeeper keeper(path, loaded, stdout);
 //   keeper.Add(L"event logs", "collections[0]", collection);   // restores its bookmarks
 //   runner.Subscribe(keeper.Subscriber()); runner.Start(); ... runner.Stop(); keeper.Stop();
@@ -44,7 +45,10 @@ public:
 private:
   class CSubscriber;
   void run();
-  void recordsDelivered();
+  void recordsDelivered(std::size_t count);
+  // Records after which the subscriber itself saves: the record being delivered is not in the
+  // bookmarks yet, so a crash repeats at most this many plus one, an Event Log API batch of 100.
+  static constexpr std::size_t saveEvery = 99;
 
   struct SKept
   {
@@ -62,6 +66,7 @@ private:
   std::mutex m_lock;
   std::condition_variable m_wake;
   bool m_dirty = false;
+  std::size_t m_sinceSave = 0;
   bool m_stopping = false;
   std::shared_ptr<CSubscriber> m_subscriber;
   std::thread m_thread;

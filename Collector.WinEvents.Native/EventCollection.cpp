@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fmt/xchar.h>
 
 namespace collector::ni::impl
 {
@@ -107,6 +108,36 @@ EventBookmarks CEventCollection::GetBookmarks() const
   return m_bookmarks;
 }
 
+std::vector<win_events::SBookmark> CEventCollection::SaveBookmarks() const
+{
+  const std::lock_guard lock(m_lock);
+  std::vector<win_events::SBookmark> saved;
+  saved.reserve(m_bookmarks.size());
+  for (const auto& [path, recordId] : m_bookmarks)
+    saved.push_back({path, recordId});
+  return saved;
+}
+
+void CEventCollection::RestoreBookmarks(const std::vector<win_events::SBookmark>& bookmarks)
+{
+  EventBookmarks restored;
+  for (const auto& bookmark : bookmarks)
+  {
+    if (bookmark.Path.empty() || bookmark.RecordId < 0)
+      KELDA_THROW(CHResultException(E_INVALIDARG));
+    auto& stored = restored[bookmark.Path];
+    stored = std::max<__int64>(stored, bookmark.RecordId);
+  }
+  const std::lock_guard lock(m_lock);
+  m_bookmarks = std::move(restored);
+}
+
+void CEventCollection::SetUser(const std::shared_ptr<IUser>& user)
+{
+  CCollectionBase::SetUser(user);
+  m_dropSession = true;
+}
+
 void CEventCollection::updateImpl()
 {
   tstring queryText;
@@ -114,8 +145,12 @@ void CEventCollection::updateImpl()
     const std::lock_guard lock(m_lock);
     if (m_filters.empty())
       return;
-    queryText = BuildEventQuery(m_filters, m_bookmarks);
+    m_filterPaths.clear();
+    for (const auto& filter : m_filters)
+      m_filterPaths.push_back(filter.Path);
   }
+  if (m_dropSession.exchange(false))
+    m_session.reset();
   if (!m_session)
   {
     // The session's failure is reported as this update's, with the last error of the open.
@@ -125,10 +160,98 @@ void CEventCollection::updateImpl()
   }
   m_accounts.clear();
 
+  restartClearedLogs(m_session.get());
+  {
+    const std::lock_guard lock(m_lock);
+    queryText = BuildEventQuery(m_filters, m_bookmarks);
+  }
   const CEventHandle query(m_api, m_api.Query(m_session.get(), nullptr, queryText.c_str(), queryFlags));
   if (query.get() == nullptr)
-    KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(GetLastError())));
+  {
+    const DWORD error = GetLastError();
+    // Credentials and the host are checked here: the next update logs on afresh.
+    m_session.reset();
+    KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
+  }
   processResults(m_session.get(), query.get());
+  m_batchSize = batchSize;
+}
+
+void CEventCollection::restartClearedLogs(EVT_HANDLE session)
+{
+  std::vector<std::pair<tstring, __int64>> marked;
+  {
+    const std::lock_guard lock(m_lock);
+    for (const auto& filter : m_filters)
+      if (const auto found = m_bookmarks.find(filter.Path);
+          found != m_bookmarks.end() && found->second > 0 &&
+          std::none_of(marked.begin(), marked.end(), [&](const auto& m) { return m.first == found->first; }))
+        marked.emplace_back(found->first, found->second);
+  }
+  for (const auto& [path, recordId] : marked)
+  {
+    // A cleared or recreated log numbers its records from 1 again: none reaches the bookmark.
+    if (!isBelowBookmark(session, path, recordId))
+      continue;
+    log()->Info(fmt::format(L"Log {} was cleared; reading it from the start", path));
+    const std::lock_guard lock(m_lock);
+    m_bookmarks[path] = 0;
+  }
+}
+
+bool CEventCollection::isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId)
+{
+  // Asked of the record numbers themselves, not of the last event in file order: damaged or
+  // recovered files do not always keep their events in number order.
+  const tstring atOrAbove = fmt::format(L"*[System[(EventRecordID>={})]]", recordId);
+  const CEventHandle query(m_api, m_api.Query(session, path.c_str(), atOrAbove.c_str(), EvtQueryChannelPath));
+  if (query.get() == nullptr)
+    return false;
+  EVT_HANDLE found = nullptr;
+  DWORD returned = 0;
+  if (m_api.Next(query.get(), 1, &found, m_nextTimeout, 0, &returned))
+  {
+    if (returned != 0)
+      m_api.Close(found);
+    return false;
+  }
+  return GetLastError() == ERROR_NO_MORE_ITEMS;
+}
+
+const tstring& CEventCollection::bookmarkPath(const tstring& eventPath) const
+{
+  // A file is named "file://PATH" in the filter, and its events report PATH.
+  static constexpr std::wstring_view fileScheme = L"file://";
+  const SChannelPathLess less;
+  for (const tstring& path : m_filterPaths)
+  {
+    std::wstring_view named(path);
+    if (named.substr(0, fileScheme.size()) == fileScheme)
+      named.remove_prefix(fileScheme.size());
+    if (!less(named, eventPath) && !less(eventPath, named))
+      return path;
+  }
+  return eventPath;
+}
+
+bool CEventCollection::readEventPath(EVT_HANDLE event, tstring& path)
+{
+  DWORD used = 0;
+  const DWORD bufferBytes = static_cast<DWORD>(m_pathBuffer.size() * sizeof(EVT_VARIANT));
+  if (!m_api.GetEventInfo(event, EvtEventPath, bufferBytes, m_pathBuffer.data(), &used))
+  {
+    if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+      return false;
+    m_pathBuffer.resize((used + sizeof(EVT_VARIANT) - 1) / sizeof(EVT_VARIANT));
+    if (!m_api.GetEventInfo(event, EvtEventPath, static_cast<DWORD>(m_pathBuffer.size() * sizeof(EVT_VARIANT)),
+                            m_pathBuffer.data(), &used))
+      return false;
+  }
+  const EVT_VARIANT& value = m_pathBuffer.front();
+  if (value.Type != EvtVarTypeString || value.StringVal == nullptr || *value.StringVal == L'\0')
+    return false;
+  path.assign(value.StringVal);
+  return true;
 }
 
 bool CEventCollection::openSession(DWORD& error)
@@ -168,6 +291,12 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
       const DWORD error = GetLastError();
       if (error == ERROR_NO_MORE_ITEMS)
         return;
+      // The reply could not hold that many large events: ask for fewer and go on.
+      if (error == RPC_S_INVALID_BOUND && m_batchSize > 1)
+      {
+        m_batchSize = m_batchSize / 2;
+        continue;
+      }
       KELDA_THROW(CWin32Exception(error));
     }
     batch.SetCount(returned);
@@ -183,7 +312,8 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
         __int64 recordId = 0;
         std::shared_ptr<IRecord> record = createRecord(session, batch[i], m_channel, recordId);
         notifyRecords(Records(&record, 1));
-        advanceBookmark(m_channel, recordId);
+        // Kept under the path read from: the rendered Channel may differ from the query's Path.
+        advanceBookmark(readEventPath(batch[i], m_path) ? bookmarkPath(m_path) : m_channel, recordId);
       }
       catch (const CInterruptedException&)
       {

@@ -5,8 +5,10 @@
 //   auto c = std::make_shared<CEventCollection>(log, pool, token, host, user, cls);
 //   std::vector<win_events::SFilter> filters{{L"System", L"", 3600000, {}}};
 //   c->SetFilter(filters); c->Subscribe(subscriber); c->Run();
-// The Event Log API session is opened on the first update (retried by later updates until it
-// succeeds) and kept for the life of the collection.
+// The Event Log API session is opened on the first update and kept; a session that fails at
+// EvtQuery (bad credentials, host gone) and SetUser close it, and the next update opens another.
+// Bookmarks are kept per path the events were read from (case ignored); a channel whose newest
+// record is below its bookmark was cleared and is read again from its first record.
 #pragma once
 
 #include "CollectionBase.h"
@@ -17,6 +19,7 @@
 #include "Collector.Interfaces.Impl.h"
 #include "Collector/Interfaces/WinEventsInit.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -39,9 +42,15 @@ public:
   // Validates (E_INVALIDARG for an empty list or an empty Path) and stores a copy.
   void SetFilter(std::vector<win_events::SFilter>& filters) override;
   std::vector<win_events::SFilter> GetFilter() const override;
+  std::vector<win_events::SBookmark> SaveBookmarks() const override;
+  void RestoreBookmarks(const std::vector<win_events::SBookmark>& bookmarks) override;
+  // Also drops the session, so that the next update logs on with the new account.
+  void SetUser(const std::shared_ptr<IUser>& user) override;
 
-  // The last record number delivered per channel.
+  // The last record number delivered per path.
   EventBookmarks GetBookmarks() const;
+  // Events the next EvtNext asks for: batchSize, halved while replies overflow.
+  DWORD CurrentBatchSize() const noexcept { return m_batchSize.load(); }
 
   // Events asked of each EvtNext, and its time-out.
   static constexpr DWORD batchSize = 100;
@@ -64,6 +73,14 @@ private:
   bool openSession(DWORD& error);
   // Moves the channel's bookmark forward (never back).
   void advanceBookmark(const tstring& channel, __int64 recordId);
+  // The path EvtGetEventInfo reports for the event; false when it cannot tell.
+  bool readEventPath(EVT_HANDLE event, tstring& path);
+  // The filter Path that names the event's path (a file's "file://" form), else the path itself.
+  const tstring& bookmarkPath(const tstring& eventPath) const;
+  // Sets to 0 the bookmark of every filtered channel whose newest record lies below it.
+  void restartClearedLogs(EVT_HANDLE session);
+  // True when the channel holds no record numbered recordId or above (false when unknown).
+  bool isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId);
 
   SEventLogApi m_api;
   // Guards the filters and the bookmarks against callers reading or setting them during an update.
@@ -71,7 +88,9 @@ private:
   std::vector<win_events::SFilter> m_filters;
   EventBookmarks m_bookmarks;
   std::shared_ptr<void> m_session;
-  DWORD m_batchSize = batchSize;
+  // Set by SetUser; the update closes the session before its next query.
+  std::atomic<bool> m_dropSession{false};
+  std::atomic<DWORD> m_batchSize{batchSize};
   DWORD m_nextTimeout = nextTimeout;
 
   // Reused from event to event by createRecord (one update at a time).
@@ -79,6 +98,10 @@ private:
   CEventXmlReader m_xmlReader;
   SEventXmlText m_xmlText;
   tstring m_channel;
+  std::vector<EVT_VARIANT> m_pathBuffer;
+  tstring m_path;
+  // The filters' paths, as of the current update.
+  std::vector<tstring> m_filterPaths;
   // "InitiatedBy" per SID text, for the current update only: an update looks each account up
   // once, the next one asks the system again (accounts may have been renamed meanwhile).
   std::unordered_map<tstring, tstring> m_accounts;

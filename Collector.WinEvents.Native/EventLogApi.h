@@ -17,6 +17,7 @@ struct SEventLogApi
   decltype(&::EvtRender) Render = &::EvtRender;
   decltype(&::EvtOpenPublisherMetadata) OpenPublisherMetadata = &::EvtOpenPublisherMetadata;
   decltype(&::EvtFormatMessage) FormatMessage = &::EvtFormatMessage;
+  decltype(&::EvtGetEventInfo) GetEventInfo = &::EvtGetEventInfo;
   decltype(&::EvtClose) Close = &::EvtClose;
 };
 } // namespace collector::ni::impl

@@ -5,10 +5,18 @@
 #include <fmt/xchar.h>
 
 #include <algorithm>
+#include <cwctype>
 #include <iterator>
 
 namespace collector::ni::impl
 {
+bool SChannelPathLess::operator()(std::wstring_view a, std::wstring_view b) const noexcept
+{
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
+    return std::towupper(static_cast<std::wint_t>(x)) < std::towupper(static_cast<std::wint_t>(y));
+  });
+}
+
 namespace
 {
 // Opens the System condition on its first clause and chains every later clause with "and".

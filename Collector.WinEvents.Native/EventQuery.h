@@ -10,12 +10,21 @@
 #include "Platform/Windows.h"
 
 #include <map>
+#include <string_view>
 #include <vector>
 
 namespace collector::ni::impl
 {
-// Last EventRecordID delivered, per channel path.
-using EventBookmarks = std::map<tstring, __int64>;
+// Orders channel paths without regard to case: Windows keeps channels as registry keys, whose
+// names ignore case, so "system" and "System" are one log.
+struct SChannelPathLess
+{
+  using is_transparent = void;
+  bool operator()(std::wstring_view a, std::wstring_view b) const noexcept;
+};
+
+// Last EventRecordID delivered, per path the events were read from (case ignored).
+using EventBookmarks = std::map<tstring, __int64, SChannelPathLess>;
 
 // True when the list is not empty and every filter names a channel.
 bool AreEventFiltersValid(const std::vector<win_events::SFilter>& filters) noexcept;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -26,11 +27,20 @@ struct SScriptedApi
   // EvtNext fails with this code once `nextFailsAfter` events were handed out (0: never).
   std::size_t nextFailsAfter = 0;
   DWORD nextError = 0;
+  // EvtNext asked for more events than this fails with RPC_S_INVALID_BOUND (0: no bound).
+  DWORD replyLimit = 0;
+  // The path EvtGetEventInfo reports per event (by index); events beyond it have none.
+  std::vector<std::wstring> paths;
+  // The newest record number of the channel a query of one channel reads (0: it is empty);
+  // without one such queries fail as for a missing channel.
+  std::optional<long long> newest;
 
   // Observations.
   std::size_t cursor = 0;
   int sessionsOpened = 0;
   std::vector<std::wstring> queries;
+  std::vector<std::wstring> newestQueries; // paths of the queries of one channel
+  long long newestBound = 0;               // the lowest record number the last such query asks for
   std::vector<DWORD> nextBatchSizes;  // what each EvtNext asked for
   std::vector<DWORD> nextReturned;    // what each successful EvtNext gave
   std::vector<DWORD> nextTimeouts;
@@ -41,10 +51,22 @@ struct SScriptedApi
   bool lastHadCredentials = false;
 };
 
+// A minimal event of a channel with a record number.
+inline std::wstring EventXml(const std::wstring& channel, long long recordId, int eventId = 1)
+{
+  return L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider Name='P'/>"
+         L"<EventID>" + std::to_wstring(eventId) + L"</EventID><Level>4</Level>"
+         L"<TimeCreated SystemTime='2024-05-01T10:20:30.1234567Z'/><EventRecordID>" + std::to_wstring(recordId) +
+         L"</EventRecordID><Channel>" + channel + L"</Channel></System><EventData><Data>" +
+         std::to_wstring(recordId) + L"</Data></EventData></Event>";
+}
+
 inline SScriptedApi g_api;
 
 constexpr std::uintptr_t scriptedSession = 0x10;
 constexpr std::uintptr_t scriptedQuery = 0x20;
+constexpr std::uintptr_t scriptedNewestQuery = 0x30;
+constexpr std::uintptr_t scriptedNewestEvent = 0x40;
 constexpr std::uintptr_t scriptedFirstEvent = 0x1000;
 
 // Room for the session, the query and this many events.
@@ -79,8 +101,21 @@ inline EVT_HANDLE ScriptedOpenSession(EVT_LOGIN_CLASS, PVOID login, DWORD, DWORD
   return AsHandle(scriptedSession);
 }
 
-inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR, LPCWSTR query, DWORD flags) noexcept
+inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD flags) noexcept
 {
+  if (path != nullptr)
+  {
+    g_api.newestQueries.emplace_back(path);
+    const std::wstring text = query;
+    const std::size_t bound = text.find(L">=");
+    g_api.newestBound = bound == std::wstring::npos ? 0 : std::stoll(text.substr(bound + 2));
+    if (!g_api.newest || g_api.queryFails)
+    {
+      SetLastError(g_api.queryFails ? g_api.queryError : ERROR_EVT_CHANNEL_NOT_FOUND);
+      return nullptr;
+    }
+    return AsHandle(scriptedNewestQuery);
+  }
   g_api.queries.emplace_back(query);
   g_api.queryFlags.push_back(flags);
   if (g_api.queryFails)
@@ -92,14 +127,31 @@ inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR, LPCWSTR query, DWORD flags)
   return AsHandle(scriptedQuery);
 }
 
-inline BOOL ScriptedNext(EVT_HANDLE, DWORD size, PEVT_HANDLE events, DWORD timeout, DWORD, PDWORD returned) noexcept
+inline BOOL ScriptedNext(EVT_HANDLE query, DWORD size, PEVT_HANDLE events, DWORD timeout, DWORD, PDWORD returned) noexcept
 {
+  if (HandleValue(query) == scriptedNewestQuery)
+  {
+    *returned = 0;
+    if (g_api.newest.value_or(0) < g_api.newestBound || g_api.newest.value_or(0) == 0)
+    {
+      SetLastError(ERROR_NO_MORE_ITEMS);
+      return FALSE;
+    }
+    events[0] = AsHandle(scriptedNewestEvent);
+    *returned = 1;
+    return TRUE;
+  }
   ++g_api.nextCalls;
   g_api.nextBatchSizes.push_back(size);
   g_api.nextTimeouts.push_back(timeout);
   if (g_api.nextFailsAfter != 0 && g_api.cursor >= g_api.nextFailsAfter)
   {
     SetLastError(g_api.nextError);
+    return FALSE;
+  }
+  if (g_api.replyLimit != 0 && size > g_api.replyLimit)
+  {
+    SetLastError(RPC_S_INVALID_BOUND);
     return FALSE;
   }
   if (g_api.cursor >= g_api.events.size())
@@ -119,13 +171,15 @@ inline BOOL ScriptedNext(EVT_HANDLE, DWORD size, PEVT_HANDLE events, DWORD timeo
 inline BOOL ScriptedRender(EVT_HANDLE, EVT_HANDLE event, DWORD flags, DWORD size, PVOID buffer, PDWORD used,
                            PDWORD count) noexcept
 {
+  const bool newest = HandleValue(event) == scriptedNewestEvent;
   const std::size_t index = HandleValue(event) - scriptedFirstEvent;
-  if (flags != EvtRenderEventXml || index >= g_api.events.size() || g_api.renderFailures.count(index) != 0)
+  if (flags != EvtRenderEventXml ||
+      (!newest && (index >= g_api.events.size() || g_api.renderFailures.count(index) != 0)))
   {
     SetLastError(ERROR_EVT_INVALID_EVENT_DATA);
     return FALSE;
   }
-  const std::wstring& xml = g_api.events[index];
+  const std::wstring xml = newest ? EventXml(L"System", g_api.newest.value_or(0)) : g_api.events[index];
   *used = static_cast<DWORD>((xml.size() + 1) * sizeof(wchar_t));
   *count = 0;
   if (buffer == nullptr || size < *used)
@@ -145,6 +199,32 @@ inline EVT_HANDLE ScriptedOpenPublisher(EVT_HANDLE, LPCWSTR, LPCWSTR, LCID, DWOR
   return nullptr;
 }
 
+inline BOOL ScriptedGetEventInfo(EVT_HANDLE event, EVT_EVENT_PROPERTY_ID id, DWORD size, PEVT_VARIANT buffer,
+                                 PDWORD used) noexcept
+{
+  const std::size_t index = HandleValue(event) - scriptedFirstEvent;
+  if (id != EvtEventPath || index >= g_api.paths.size())
+  {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
+  }
+  const std::wstring& path = g_api.paths[index];
+  const std::size_t bytes = sizeof(EVT_VARIANT) + (path.size() + 1) * sizeof(wchar_t);
+  *used = static_cast<DWORD>(bytes);
+  if (buffer == nullptr || size < bytes)
+  {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return FALSE;
+  }
+  auto* text = reinterpret_cast<wchar_t*>(buffer + 1);
+  std::copy(path.begin(), path.end(), text);
+  text[path.size()] = L'\0';
+  *buffer = EVT_VARIANT{};
+  buffer->StringVal = text;
+  buffer->Type = EvtVarTypeString;
+  return TRUE;
+}
+
 inline BOOL ScriptedClose(EVT_HANDLE handle) noexcept
 {
   g_api.closed.insert(HandleValue(handle));
@@ -159,17 +239,9 @@ inline collector::ni::impl::SEventLogApi ScriptedTable()
   api.Next = &ScriptedNext;
   api.Render = &ScriptedRender;
   api.OpenPublisherMetadata = &ScriptedOpenPublisher;
+  api.GetEventInfo = &ScriptedGetEventInfo;
   api.Close = &ScriptedClose;
   return api;
 }
 
-// A minimal event of a channel with a record number.
-inline std::wstring EventXml(const std::wstring& channel, long long recordId, int eventId = 1)
-{
-  return L"<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider Name='P'/>"
-         L"<EventID>" + std::to_wstring(eventId) + L"</EventID><Level>4</Level>"
-         L"<TimeCreated SystemTime='2024-05-01T10:20:30.1234567Z'/><EventRecordID>" + std::to_wstring(recordId) +
-         L"</EventRecordID><Channel>" + channel + L"</Channel></System><EventData><Data>" +
-         std::to_wstring(recordId) + L"</Data></EventData></Event>";
-}
 } // namespace events_test

@@ -164,9 +164,11 @@ TEST(EventQuery, BookmarkOfAnotherChannelIsNotUsed)
             Build({Filter(L"System", L"", 10)}, {{L"Application", 99}}));
 }
 
-TEST(EventQuery, BookmarkLookupIsExactAndCaseSensitive)
+TEST(EventQuery, BookmarkLookupIgnoresCaseButNothingElse)
 {
-  EXPECT_EQ(List(Query(0, L"System", L"")), Build({Filter(L"System")}, {{L"system", 99}, {L"System ", 98}}));
+  EXPECT_EQ(List(Query(0, L"System", L"[System[(EventRecordID&gt;99)]]")),
+            Build({Filter(L"System")}, {{L"SYSTEM", 99}}));
+  EXPECT_EQ(List(Query(0, L"System", L"")), Build({Filter(L"System")}, {{L"System ", 98}}));
 }
 
 TEST(EventQuery, TwoFiltersOnOneChannelShareItsBookmark)

@@ -1,7 +1,7 @@
-// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]: the collector's main
-// job. Reads a JSON configuration of hosts, users, tasks and collections (or runs the embedded
-// default on this machine), builds it through create_collector and the pools, runs it, and
-// prints every record and state change as JSON lines until SIGINT, SIGTERM or the end of
+// natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N] [--state FILE]:
+// the collector's main job. Reads a JSON configuration of hosts, users, tasks and collections
+// (or runs the embedded default on this machine), builds it through create_collector and the
+// pools, runs it, and prints every record and state change as JSON lines until SIGINT, SIGTERM or the end of
 // --duration; then stops everything with Stop(true) and exits 0. A bad configuration exits 2
 // before anything starts, with every problem as "file:line: path: reason"; --check stops there.
 #include "CommandRegistry.h"
@@ -15,6 +15,7 @@
 #include "run/RunConfig.h"
 #include "run/Runner.h"
 #include "run/Secrets.h"
+#include "run/StateKeeper.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -122,9 +123,16 @@ int RunCommand(const std::vector<std::string>& arguments)
   const auto hostProblems = natc::run::CheckAgainstHost(config, source);
   problems.insert(problems.end(), hostProblems.begin(), hostProblems.end());
 
+  std::optional<std::vector<natc::run::SCollectionState>> state;
   std::optional<natc::run::CRunner> runner;
+  std::unique_ptr<natc::run::CStateKeeper> keeper;
   try
   {
+    // A damaged or foreign state file is refused before anything starts, and left as it is.
+    if (!parsed.stateFile.empty())
+    {
+      state = natc::run::LoadStateFile(parsed.stateFile);
+    }
     if (readCleanly)
     {
       runner.emplace(config, source, stdout, parsed.threads, parsed.configFile.empty());
@@ -149,6 +157,11 @@ int RunCommand(const std::vector<std::string>& arguments)
                  runner->CollectionCount());
     return 0;
   }
+  if (!parsed.stateFile.empty())
+  {
+    keeper = natc::run::KeepState(*runner, parsed.stateFile, state.value_or(std::vector<natc::run::SCollectionState>{}),
+                                  stdout);
+  }
   // Only a person at a terminal wants to see a long first read advance.
   std::shared_ptr<natc::CProgressLine> progress;
   if (natc::CProgressLine::Wanted() && !runner->EventCollections().empty())
@@ -168,6 +181,10 @@ int RunCommand(const std::vector<std::string>& arguments)
     signal = signals.WaitForStop(parsed.duration);
   }
   runner->Stop();
+  if (keeper)
+  {
+    keeper->Stop();
+  }
   if (progress)
   {
     progress->Finish();

@@ -6,7 +6,8 @@
 namespace natc::run
 {
 const char* const runUsage =
-  "usage: natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]\n"
+  "usage: natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N] [--state FILE]
+"
   "  CONFIG        JSON configuration of hosts, users, tasks and collections (see\n"
   "                examples/natc-run.json); without it, this machine's counters, its\n"
   "                operating system and the event logs of DIR (or generated demo logs).\n"
@@ -16,6 +17,8 @@ const char* const runUsage =
   "  --duration S  stop after S seconds (default: run until SIGINT or SIGTERM)\n"
   "  --logs DIR    event log directory (.evtx files) for the default configuration\n"
   "  --threads N   worker threads (default: one per core, at least two)\n"
+  "  --state FILE  keep event bookmarks in FILE: a restart resumes after the last event\n"
+  "                printed (a missing FILE starts fresh)\n"
   "Prints every record and state change as one JSON line on stdout; logs go to stderr\n"
   "(level from NATC_LOG_LEVEL: debug, info, error, off). Exit status: 0 a clean stop, 2 a bad\n"
   "command line or configuration, 1 a failure while running; SIGINT or SIGTERM stop everything\n"
@@ -72,6 +75,14 @@ SRunArguments ParseRunArguments(const std::vector<std::string>& arguments)
         throw std::invalid_argument("--threads needs a number from 1 to 256, not '" + text + "'");
       }
       parsed.threads = static_cast<unsigned>(threads);
+    }
+    else if (argument == "--state")
+    {
+      parsed.stateFile = Value(arguments, i);
+      if (parsed.stateFile.empty())
+      {
+        throw std::invalid_argument("--state needs a file");
+      }
     }
     else if (!argument.empty() && argument[0] == '-')
     {

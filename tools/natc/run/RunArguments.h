@@ -1,5 +1,5 @@
 // The command line of `natc run`, parsed without side effects:
-//   natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N]
+//   natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N] [--state FILE]
 #pragma once
 
 #include <optional>
@@ -21,6 +21,8 @@ struct SRunArguments
   unsigned threads = 0;
   // Check the configuration as a start would, start nothing, exit.
   bool check = false;
+  // Bookmarks kept across runs; empty: none kept.
+  std::string stateFile;
 };
 
 // Throws std::invalid_argument with a message for the user.

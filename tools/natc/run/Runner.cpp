@@ -162,6 +162,8 @@ void CRunner::build(const SRunConfig& config, const std::string& fileName, std::
         }
         m_eventCollections.emplace_back(collection->GetId(), channels);
       }
+      m_places.push_back({taskConfig.name, static_cast<std::size_t>(&collectionConfig - taskConfig.collections.data()),
+                          collection});
       m_collections.push_back(std::move(collection));
     }
   }

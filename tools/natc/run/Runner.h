@@ -48,6 +48,14 @@ public:
   // Each "WindowsEvents" collection with its channels ("System+Security"), for a progress line.
   const std::vector<std::pair<GUID, std::string>>& EventCollections() const noexcept { return m_eventCollections; }
   std::size_t RecordCount() const;
+  // Each collection, with its task's name and its place in the task's "collections".
+  struct SPlace
+  {
+    std::wstring task;
+    std::size_t index = 0;
+    std::shared_ptr<collector::ni::ICollection> collection;
+  };
+  const std::vector<SPlace>& Places() const noexcept { return m_places; }
   // The final state of each collection (after Stop).
   std::vector<collector::ni::ICollectionTypes::States> States() const;
 
@@ -59,6 +67,7 @@ private:
   std::vector<std::shared_ptr<collector::ni::ICollection>> m_collections;
   std::vector<std::shared_ptr<JsonLinePrinter>> m_printers;
   std::vector<std::pair<GUID, std::string>> m_eventCollections;
+  std::vector<SPlace> m_places;
   bool m_stopped = false;
 };
 } // namespace natc::run

@@ -2,6 +2,8 @@
 // optional provider, look-back window and list of event identifiers.
 // Usage: std::vector<SFilter> f{{L"System", L"", 3600000, {7036}}};
 //        std::dynamic_pointer_cast<win_events::ICollectionInit>(collection)->SetFilter(f);
+// A service that restarts keeps SaveBookmarks() of the old collection and hands them to the new
+// one with RestoreBookmarks before Run, so that reading resumes after the last delivered event.
 #pragma once
 
 #include "KeldaKernel/Strings.h"
@@ -23,6 +25,14 @@ struct SFilter
   std::vector<std::uint32_t> EventIds;
 };
 
+// Where reading a channel resumes: the last EventRecordID delivered from that path.
+struct SBookmark
+{
+  // The channel or file path the events were read from (case ignored).
+  tstring Path;
+  std::int64_t RecordId = 0;
+};
+
 class ICollectionInit
 {
 public:
@@ -31,5 +41,9 @@ public:
   virtual void SetFilter(std::vector<SFilter>& filters) = 0;
   // A copy of the stored filters (empty until SetFilter succeeded).
   virtual std::vector<SFilter> GetFilter() const = 0;
+  // The last record delivered per path, at this moment (safe during an update).
+  virtual std::vector<SBookmark> SaveBookmarks() const = 0;
+  // Replaces the bookmarks (before Run); E_INVALIDARG for an empty Path or a negative RecordId.
+  virtual void RestoreBookmarks(const std::vector<SBookmark>& bookmarks) = 0;
 };
 } // namespace collector::ni::win_events

@@ -36,6 +36,10 @@ constexpr DWORD ERROR_EVT_MESSAGE_ID_NOT_FOUND = 15028;
 constexpr DWORD ERROR_EVT_UNRESOLVED_VALUE_INSERT = 15029;
 constexpr DWORD ERROR_EVT_UNRESOLVED_PARAMETER_INSERT = 15030;
 
+// The reply of a remote call would exceed its bounds: EvtNext asked for more large events than
+// one reply holds (winerror.h).
+constexpr DWORD RPC_S_INVALID_BOUND = 1734;
+
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
 enum EVT_LOGIN_CLASS

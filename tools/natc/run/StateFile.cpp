@@ -1,0 +1,151 @@
+#include "StateFile.h"
+
+#include "KeldaKernel/Strings.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+
+namespace natc::run
+{
+namespace
+{
+using nlohmann::json;
+
+constexpr int stateVersion = 1;
+
+[[noreturn]] void Refuse(const std::string& fileName, const std::string& why)
+{
+  throw CStateError(fileName + ": not a natc state file (" + why + "); left as it is");
+}
+
+// Closes a descriptor on every path.
+class CFileDescriptor
+{
+public:
+  explicit CFileDescriptor(int fd) noexcept : m_fd(fd) {}
+  ~CFileDescriptor()
+  {
+    if (m_fd >= 0)
+      ::close(m_fd);
+  }
+  CFileDescriptor(const CFileDescriptor&) = delete;
+  CFileDescriptor& operator=(const CFileDescriptor&) = delete;
+  int get() const noexcept { return m_fd; }
+  int release() noexcept { return std::exchange(m_fd, -1); }
+
+private:
+  int m_fd;
+};
+
+[[noreturn]] void Fail(const std::string& what, const std::string& path)
+{
+  throw CStateError(path + ": " + what + ": " + std::strerror(errno));
+}
+} // namespace
+
+std::string CollectionStateName(std::size_t index)
+{
+  return "collections[" + std::to_string(index) + "]";
+}
+
+std::string FormatState(const std::vector<SCollectionState>& collections)
+{
+  json list = json::array();
+  for (const auto& collection : collections)
+  {
+    json bookmarks = json::array();
+    for (const auto& bookmark : collection.bookmarks)
+      bookmarks.push_back({{"path", kelda::ToUtf8(bookmark.Path)}, {"recordId", bookmark.RecordId}});
+    list.push_back(
+      {{"task", kelda::ToUtf8(collection.task)}, {"collection", collection.collection}, {"bookmarks", bookmarks}});
+  }
+  return json{{"natcState", stateVersion}, {"collections", list}}.dump(1) + "\n";
+}
+
+std::vector<SCollectionState> ParseState(std::string_view text, const std::string& fileName)
+{
+  const json root = json::parse(text, nullptr, false);
+  if (root.is_discarded())
+    Refuse(fileName, "damaged JSON");
+  if (!root.is_object() || !root.contains("natcState"))
+    Refuse(fileName, "no \"natcState\" key");
+  if (root["natcState"] != stateVersion)
+    Refuse(fileName, "\"natcState\" is not 1");
+  const auto collections = root.find("collections");
+  if (collections == root.end() || !collections->is_array())
+    Refuse(fileName, "\"collections\" is not a list");
+  std::vector<SCollectionState> parsed;
+  for (const json& entry : *collections)
+  {
+    if (!entry.is_object() || !entry.contains("task") || !entry["task"].is_string() ||
+        !entry.contains("collection") || !entry["collection"].is_string() || !entry.contains("bookmarks") ||
+        !entry["bookmarks"].is_array())
+      Refuse(fileName, "a collection without \"task\", \"collection\" and \"bookmarks\"");
+    SCollectionState state{kelda::FromUtf8(entry["task"].get<std::string>()), entry["collection"].get<std::string>(),
+                           {}};
+    for (const json& bookmark : entry["bookmarks"])
+    {
+      if (!bookmark.is_object() || !bookmark.contains("path") || !bookmark["path"].is_string() ||
+          bookmark["path"].get<std::string>().empty() || !bookmark.contains("recordId") ||
+          !bookmark["recordId"].is_number_integer() || bookmark["recordId"].get<std::int64_t>() < 0)
+        Refuse(fileName, "a bookmark without a \"path\" and a \"recordId\" of 0 or more");
+      state.bookmarks.push_back(
+        {kelda::FromUtf8(bookmark["path"].get<std::string>()), bookmark["recordId"].get<std::int64_t>()});
+    }
+    parsed.push_back(std::move(state));
+  }
+  return parsed;
+}
+
+std::optional<std::vector<SCollectionState>> LoadStateFile(const std::string& path)
+{
+  std::error_code error;
+  if (!std::filesystem::exists(path, error) && !error)
+    return std::nullopt;
+  std::ifstream file(path, std::ios::binary);
+  if (!file)
+    throw CStateError(path + ": cannot be read; left as it is");
+  std::ostringstream text;
+  text << file.rdbuf();
+  return ParseState(text.str(), path);
+}
+
+void SaveStateFile(const std::string& path, const std::vector<SCollectionState>& collections)
+{
+  const std::string text = FormatState(collections);
+  const std::string temporary = path + ".tmp";
+  {
+    CFileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (file.get() < 0)
+      Fail("cannot be written", temporary);
+    for (std::size_t written = 0; written < text.size();)
+    {
+      const ssize_t now = ::write(file.get(), text.data() + written, text.size() - written);
+      if (now < 0 && errno == EINTR)
+        continue;
+      if (now <= 0)
+        Fail("cannot be written", temporary);
+      written += static_cast<std::size_t>(now);
+    }
+    // The contents reach the disk before the name does: a crash leaves the old or the new file.
+    if (::fsync(file.get()) != 0)
+      Fail("cannot be synced", temporary);
+    if (::close(file.release()) != 0)
+      Fail("cannot be closed", temporary);
+  }
+  if (::rename(temporary.c_str(), path.c_str()) != 0)
+    Fail("cannot replace the state file", path);
+  // The rename itself is made durable by syncing the directory.
+  const std::filesystem::path parent = std::filesystem::absolute(path).parent_path();
+  const CFileDescriptor directory(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() >= 0)
+    ::fsync(directory.get());
+}
+} // namespace natc::run

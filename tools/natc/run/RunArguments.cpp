@@ -6,8 +6,7 @@
 namespace natc::run
 {
 const char* const runUsage =
-  "usage: natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N] [--state FILE]
-"
+  "usage: natc run [CONFIG] [--check] [--duration S] [--logs DIR] [--threads N] [--state FILE]\n"
   "  CONFIG        JSON configuration of hosts, users, tasks and collections (see\n"
   "                examples/natc-run.json); without it, this machine's counters, its\n"
   "                operating system and the event logs of DIR (or generated demo logs).\n"

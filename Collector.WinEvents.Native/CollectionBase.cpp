@@ -294,8 +294,15 @@ void CCollectionBase::notifyRecords(Records records)
     {
       subscriber.OnRecords(id, records);
     }
+    catch (const CInterruptedException&)
+    {
+      // A stop that reached the subscriber's thread ends the update, as it would anywhere else.
+      throw;
+    }
     catch (const std::exception& error)
     {
+      if (get_hresult(error) == cancelledHResult)
+        throw;
       if (!m_recordFailureLogged.exchange(true))
       {
         m_log->Error(error, L"Subscriber failed to take the records");

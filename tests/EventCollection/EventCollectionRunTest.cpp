@@ -200,17 +200,19 @@ TEST_F(EventCollectionRun, MalformedXmlIsSkippedAndMovesNoBookmark)
   EXPECT_EQ(collection->GetBookmarks().count(L"Other"), 0u);
 }
 
-TEST_F(EventCollectionRun, ASubscriberFailureSkipsThatEventsBookmark)
+TEST_F(EventCollectionRun, ASubscriberFailureIsItsOwnAndTheEventStillCounts)
 {
   SetChannels({L"System"});
-  Script(L"System", {1, 2});
+  Script(L"System", {1, 2, 3});
   int calls = 0;
   subscriber->onRecord = [&](ICollectionTypes::Records) {
     if (++calls == 2)
       throw std::runtime_error("subscriber broke");
   };
   EXPECT_NO_THROW(collection->UpdateOnce());
-  EXPECT_EQ(collection->GetBookmarks().at(L"System"), 1);
+  // The failure belongs to that subscriber: the run goes on and the event is not read again.
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(collection->GetBookmarks().at(L"System"), 3);
 }
 
 TEST_F(EventCollectionRun, OperationCancelledEndsTheRun)

@@ -20,7 +20,8 @@ private:
 };
 
 CStateKeeper::CStateKeeper(std::string path, std::vector<SCollectionState> loaded, std::FILE* out)
-  : m_path(std::move(path)), m_out(out), m_others(std::move(loaded)), m_subscriber(std::make_shared<CSubscriber>(*this))
+  : m_path(std::move(path)), m_out(out), m_output(out != nullptr ? natc::CBlockOutput::For(out) : nullptr),
+    m_others(std::move(loaded)), m_subscriber(std::make_shared<CSubscriber>(*this))
 {
   m_thread = std::thread([this] { run(); });
 }
@@ -108,8 +109,8 @@ bool CStateKeeper::Save()
   // Bookmarks first, then the flush: every event they cover was written before they moved.
   for (const auto& kept : m_kept)
     states.push_back({kept.task, kept.collection, kept.init->SaveBookmarks()});
-  if (m_out != nullptr)
-    std::fflush(m_out);
+  if (m_output)
+    m_output->Flush();
   try
   {
     SaveStateFile(m_path, states);

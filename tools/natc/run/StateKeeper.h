@@ -10,6 +10,7 @@
 
 #include "Runner.h"
 #include "StateFile.h"
+#include "output/BlockOutput.h"
 
 #include "Collector/Interfaces/ICollection.h"
 
@@ -59,6 +60,8 @@ private:
 
   std::string m_path;
   std::FILE* m_out;
+  // The printers' block sink of m_out: their lines wait there, not in stdio's buffer.
+  std::shared_ptr<natc::CBlockOutput> m_output;
   // Entries of the file that no collection of this run claims: written back unchanged.
   std::vector<SCollectionState> m_others;
   std::vector<SKept> m_kept;

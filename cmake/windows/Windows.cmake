@@ -13,11 +13,6 @@ set(NATC_WINE_PREFIX "${PROJECT_BINARY_DIR}/wine-prefix" CACHE PATH "Wine prefix
 set(CMAKE_CROSSCOMPILING_EMULATOR ${PROJECT_SOURCE_DIR}/cmake/windows/wine-run.sh ${NATC_WINE_PREFIX})
 
 
-# Programs write their output in binary mode, as on Linux: "\n" stays one byte (binmode.o sets
-# the C runtime's default file mode). Only executables: a DLL must not change its host's mode.
-find_file(NATC_MINGW_BINMODE binmode.o REQUIRED)
-string(APPEND CMAKE_EXE_LINKER_FLAGS " ${NATC_MINGW_BINMODE}")
-
 # natc.exe against the Linux build's natc (the release tree beside this one) on the shared samples.
 set(NATC_LINUX_NATC "${PROJECT_SOURCE_DIR}/build/tools/natc/natc" CACHE FILEPATH
   "The Linux build's natc, the reference for natc.exe's output")

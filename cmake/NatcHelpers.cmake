@@ -1,4 +1,5 @@
 # Helpers shared by every component: one way to declare a library, a test, a benchmark.
+include(${CMAKE_CURRENT_LIST_DIR}/StandinTests.cmake)
 
 function(natc_setup_toolchain)
   # Fuzz builds instrument every library for coverage; only the fuzz targets link the driver.
@@ -75,13 +76,25 @@ endfunction()
 
 # natc_test(name SOURCES files... DEPS libs... [LABELS labels...] [ENV VAR=value...])
 # Labels in use: unit (default), threading (also run under TSan), samples (needs ../shared),
-# platform (needs a real feature of this machine: /proc, /sys), tools (needs external readers).
+# platform (needs a real feature of this machine: /proc, /sys), tools (needs external readers),
+# standin (needs a Linux stand-in of a Windows service; see StandinTests.cmake).
 function(natc_test name)
   cmake_parse_arguments(A "" "" "SOURCES;DEPS;LABELS;ENV" ${ARGN})
   if(NOT A_LABELS)
     set(A_LABELS unit)
   endif()
+  set(standin_on_windows OFF)
+  if(name IN_LIST NATC_STANDIN_TESTS)
+    list(APPEND A_LABELS standin)
+    set(standin_on_windows ${WIN32})
+  endif()
   add_executable(${name} ${A_SOURCES})
+  # The target stays declared (its folder's CMakeLists.txt may add to it) but is neither built
+  # nor run on Windows.
+  if(standin_on_windows)
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    return()
+  endif()
   natc_warnings(${name})
   target_link_libraries(${name} PRIVATE ${A_DEPS} GTest::gmock GTest::gtest_main)
   # The header-only test helpers (sample paths, command runner) are open to every test.
@@ -90,6 +103,16 @@ function(natc_test name)
     NATC_SHARED_DIR="${NATC_SHARED_DIR}"
     NATC_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   set(env "NATC_SHARED_DIR=${NATC_SHARED_DIR}" ${A_ENV})
+  set_property(GLOBAL APPEND PROPERTY NATC_ALL_TESTS ${name})
+  if("threading" IN_LIST A_LABELS)
+    set_property(GLOBAL APPEND PROPERTY NATC_THREADING_TESTS ${name})
+  endif()
+  # Under Wine each start costs time: one test per executable, run through the emulator.
+  if(CMAKE_CROSSCOMPILING)
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES LABELS "${A_LABELS}" ENVIRONMENT "${env}")
+    return()
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60)
   # gtest_discover_tests splits list values (two labels would become a label and a bogus
   # property), so labels and environment are set on the discovered tests by a script that
@@ -100,10 +123,6 @@ function(natc_test name)
     "  set_tests_properties(\${${name}_TESTS} PROPERTIES LABELS [==[${A_LABELS}]==] ENVIRONMENT [==[${env}]==])\n"
     "endif()\n")
   set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${properties})
-  set_property(GLOBAL APPEND PROPERTY NATC_ALL_TESTS ${name})
-  if("threading" IN_LIST A_LABELS)
-    set_property(GLOBAL APPEND PROPERTY NATC_THREADING_TESTS ${name})
-  endif()
 endfunction()
 
 # natc_benchmark(name SOURCES files... DEPS libs...)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Configures and builds one flavour of the project.
-#   scripts/build.sh [release|asan|tsan] [cmake --build arguments...]
-# Build trees: build/ (release), build-asan/ (ASan + UBSan), build-tsan/ (TSan).
+#   scripts/build.sh [release|asan|tsan|windows] [cmake --build arguments...]
+# Build trees: build/ (release), build-asan/ (ASan + UBSan), build-tsan/ (TSan), build-windows/
+# (MinGW-w64 cross build; its dependencies are built first by scripts/windows-deps.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # Cache hits should not depend on where the checkout lives (CI builds in a fresh clone).
@@ -12,8 +13,16 @@ case "$flavour" in
   release) dir=build; sanitize="" ;;
   asan)    dir=build-asan; sanitize=address ;;
   tsan)    dir=build-tsan; sanitize=thread ;;
-  *) echo "usage: $0 [release|asan|tsan] [build args...]" >&2; exit 2 ;;
+  windows) dir=build-windows; sanitize="" ;;
+  *) echo "usage: $0 [release|asan|tsan|windows] [build args...]" >&2; exit 2 ;;
 esac
+if [ "$flavour" = windows ]; then
+  bash scripts/windows-deps.sh "$dir/deps"
+  if [ ! -f "$dir/build.ninja" ]; then
+    cmake -S . -B "$dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/windows/mingw-w64-x86_64.cmake \
+      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNATC_BUILD_BENCH=OFF >/dev/null
+  fi
+fi
 if [ ! -f "$dir/build.ninja" ]; then
   cmake -S . -B "$dir" -G Ninja -DNATC_SANITIZE="$sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi

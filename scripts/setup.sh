@@ -11,7 +11,26 @@ packages=(
   libpugixml-dev nlohmann-json3-dev rapidjson-dev zlib1g-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   libevtx-utils python3-evtx
+  g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64 dpkg-dev
 )
+
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+
+# The Windows build compiles pugixml and Boost.Thread from their Debian source packages
+# (scripts/windows-deps.sh), which apt-get source finds through a deb-src entry.
+deb_src=/etc/apt/sources.list.d/natc-deb-src.sources
+if [ ! -f "$deb_src" ]; then
+  echo "setup: adding $deb_src"
+  $SUDO tee "$deb_src" >/dev/null <<'SOURCES'
+Types: deb-src
+URIs: http://deb.debian.org/debian
+Suites: bookworm bookworm-updates
+Components: main
+Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
+SOURCES
+  $SUDO apt-get update -qq
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -21,8 +40,6 @@ if [ ${#missing[@]} -eq 0 ]; then
   echo "setup: all ${#packages[@]} packages already installed"
   exit 0
 fi
-SUDO=""
-[ "$(id -u)" -eq 0 ] || SUDO="sudo"
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update -qq

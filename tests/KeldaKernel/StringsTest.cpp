@@ -39,3 +39,36 @@ TEST(Strings, AppendUtf8KeepsWhatTheBufferHeld)
   kelda::AppendUtf8(out, L"\U0001F600d");
   EXPECT_EQ(out, "[ab\xC3\xA9" "c\xF0\x9F\x98\x80" "d");
 }
+
+TEST(Strings, CharactersOutsideTheBmpTakeThePlatformsUnits)
+{
+  // U+1F600 and U+10FFFF: a surrogate pair where wchar_t is UTF-16 (Windows), one unit in UTF-32.
+  const std::wstring text = kelda::FromUtf8("\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF");
+  if constexpr (sizeof(wchar_t) == 2)
+  {
+    ASSERT_EQ(text.size(), 4u);
+    EXPECT_EQ(static_cast<unsigned>(text[0]), 0xD83Du);
+    EXPECT_EQ(static_cast<unsigned>(text[1]), 0xDE00u);
+    EXPECT_EQ(static_cast<unsigned>(text[2]), 0xDBFFu);
+    EXPECT_EQ(static_cast<unsigned>(text[3]), 0xDFFFu);
+  }
+  else
+  {
+    ASSERT_EQ(text.size(), 2u);
+    EXPECT_EQ(static_cast<unsigned>(text[0]), 0x1F600u);
+    EXPECT_EQ(static_cast<unsigned>(text[1]), 0x10FFFFu);
+  }
+  EXPECT_EQ(kelda::ToUtf8(text), "\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF");
+}
+
+TEST(Strings, HalfOfASurrogatePairBecomesOneReplacementCharacter)
+{
+  if constexpr (sizeof(wchar_t) != 2)
+    GTEST_SKIP() << "wchar_t holds whole code points here";
+  // A high surrogate followed by a plain character, and a low surrogate on its own.
+  std::wstring text;
+  text += static_cast<wchar_t>(0xD83D);
+  text += L'a';
+  text += static_cast<wchar_t>(0xDE00);
+  EXPECT_EQ(kelda::ToUtf8(text), "\xEF\xBF\xBD" "a" "\xEF\xBF\xBD");
+}

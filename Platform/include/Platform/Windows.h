@@ -10,6 +10,7 @@
 #  include <windows.h>
 #  include <rpc.h>
 #  include <objbase.h>
+#  include "Platform/windows/WinBase.h"
 #else
 #  include "Platform/linux/WinBase.h"
 #endif

@@ -68,7 +68,12 @@ std::string DemoLogDirectory()
   {
     return (std::filesystem::path(home) / ".cache" / "natc" / "demo-logs").string();
   }
+#ifdef _WIN32
+  // Windows gives each user a temporary folder of their own.
+  return (std::filesystem::temp_directory_path() / "natc-demo-logs").string();
+#else
   return (std::filesystem::temp_directory_path() / ("natc-demo-logs-" + std::to_string(getuid()))).string();
+#endif
 }
 
 bool EnsureDemoLogs(const std::string& directory)

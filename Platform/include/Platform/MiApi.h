@@ -1,8 +1,9 @@
 // Our own declarations of the public MI client API (the types, constants, handle layouts and
-// function tables of <mi.h>) for systems without it. Portable code includes "Platform/Mi.h" and
-// calls the API by its inline wrapper names (MI_Application_NewSession, MI_Operation_GetInstance...);
-// the bodies behind the function tables live in platform_mi (Platform/linux/Mi/).
-// MI_Char is wchar_t here, as on Windows, but 32 bits wide.
+// function tables of <mi.h>, as Microsoft documents them) for builds without <mi.h>: Linux and
+// MinGW-w64. Portable code includes "Platform/Mi.h" and calls the API by its inline wrapper names
+// (MI_Application_NewSession, MI_Operation_GetInstance...). On Linux the bodies behind the function
+// tables live in platform_mi (Platform/linux/Mi/); on Windows they are mi.dll's, which platform_mi
+// binds at run time (Platform/windows/MiLoader.cpp). MI_Char is wchar_t: 16 bits on Windows, 32 on Linux.
 #pragma once
 // The struct tags and padding names (_MI_Instance, __padding1...) are those of <mi.h>.
 // NOLINTBEGIN(bugprone-reserved-identifier)

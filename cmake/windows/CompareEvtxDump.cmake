@@ -1,0 +1,40 @@
+# Test: `natc.exe evtx dump` under Wine writes byte for byte what the Linux build's natc writes,
+# for every shared sample, as XML and as JSON lines.
+#   cmake -DEMULATOR=wine-run.sh;PREFIX -DWINDOWS_NATC=natc.exe -DLINUX_NATC=natc
+#         -DSAMPLES=dir -DWORK_DIR=dir -P CompareEvtxDump.cmake
+if(NOT EXISTS "${LINUX_NATC}")
+  message(FATAL_ERROR "the Linux build's natc is missing: ${LINUX_NATC} (scripts/build.sh release --target natc)")
+endif()
+file(GLOB samples "${SAMPLES}/*.evtx")
+if(NOT samples)
+  message(FATAL_ERROR "no .evtx samples in ${SAMPLES}")
+endif()
+file(MAKE_DIRECTORY "${WORK_DIR}")
+set(compared 0)
+set(differing "")
+foreach(sample ${samples})
+  get_filename_component(name "${sample}" NAME_WE)
+  foreach(format xml jsonl)
+    set(linux_out "${WORK_DIR}/${name}.linux.${format}")
+    set(windows_out "${WORK_DIR}/${name}.windows.${format}")
+    execute_process(COMMAND "${LINUX_NATC}" evtx dump "${sample}" --format ${format}
+      OUTPUT_FILE "${linux_out}" RESULT_VARIABLE linux_result)
+    execute_process(COMMAND ${EMULATOR} "${WINDOWS_NATC}" evtx dump "${sample}" --format ${format}
+      OUTPUT_FILE "${windows_out}" RESULT_VARIABLE windows_result)
+    if(NOT linux_result STREQUAL windows_result)
+      list(APPEND differing "${name}.${format}: exit ${linux_result} on Linux, ${windows_result} on Windows")
+      continue()
+    endif()
+    execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${linux_out}" "${windows_out}"
+      RESULT_VARIABLE same)
+    if(NOT same EQUAL 0)
+      list(APPEND differing "${name}.${format}: outputs differ (${linux_out} ${windows_out})")
+    endif()
+    math(EXPR compared "${compared} + 1")
+  endforeach()
+endforeach()
+if(differing)
+  list(JOIN differing "\n  " text)
+  message(FATAL_ERROR "natc evtx dump differs between Linux and Windows:\n  ${text}")
+endif()
+message(STATUS "natc evtx dump: ${compared} outputs identical on Linux and Windows")

@@ -4,6 +4,7 @@
 
 #include <fmt/xchar.h>
 #include <utility>
+#include <vector>
 
 namespace collector::ni::impl
 {
@@ -71,10 +72,15 @@ void CTaskPool::StopAll(bool sync)
 {
   // Every collection is told to stop during the walk; the wait for running updates comes after
   // it, outside the lock, as an update's subscriber may call into this pool before it ends.
-  ForEach([](const std::shared_ptr<CTask>& task) { task->Stop(false); });
+  // The wait covers the tasks the walk stopped, also those a subscriber removed meanwhile.
+  std::vector<std::shared_ptr<CTask>> stopped;
+  ForEach([&stopped](const std::shared_ptr<CTask>& task) {
+    task->Stop(false);
+    stopped.push_back(task);
+  });
   if (sync)
   {
-    for (const auto& task : Snapshot())
+    for (const auto& task : stopped)
     {
       task->Stop(true);
     }

@@ -343,6 +343,12 @@ TEST_F(NatcEvtx, BareXPathsSelectWhatTheReferenceCounts)
      [](const nlohmann::json& r) { return r.at("record_id") >= 100 && r.at("record_id") <= 200; }},
     {"*[System[Provider[@Name='Microsoft-Windows-Security-Auditing'] and Level=0]]",
      [](const nlohmann::json& r) { return r.at("provider") == "Microsoft-Windows-Security-Auditing" && r.at("level") == 0; }},
+    // Event Viewer's custom time range, as it writes it: the times compare as instants.
+    {"*[System[TimeCreated[@SystemTime>='2016-07-08T18:12:00.000Z' and @SystemTime<='2016-07-08T18:20:00.999Z']]]",
+     [](const nlohmann::json& r) {
+       const auto created = r.at("created").get<std::string>();
+       return created >= "2016-07-08T18:12:00.000" && created <= "2016-07-08T18:20:00.999";
+     }},
     {"*[EventData[Data='fsir']]",
      [](const nlohmann::json& r) {
        const auto data = r.at("data").get<std::vector<std::string>>();

@@ -362,10 +362,16 @@ pool::tp_task CCollectionBase::dispatchUpdate(std::uint64_t generation, const st
                                               std::optional<boost::xtime> deadline)
 {
   std::weak_ptr<CCollectionBase> weakSelf = weak_from_this();
-  auto procedure = [weakSelf, generation, token]() {
+  auto procedure = [weakSelf, generation, token, released = m_releasedUpdates]() {
+    bool ran = false;
     if (const auto self = weakSelf.lock())
     {
-      self->updateRun(generation, token);
+      ran = self->updateRun(generation, token);
+    }
+    if (ran)
+    {
+      released->fetch_add(1);
+      released->notify_all();
     }
   };
   m_currentTask = m_pool.dispatch_proc(std::move(procedure), deadline);
@@ -396,10 +402,14 @@ void CCollectionBase::update()
     generation = m_generation.load();
     token = m_cancellation.load();
   }
-  updateRun(generation, token);
+  if (updateRun(generation, token))
+  {
+    m_releasedUpdates->fetch_add(1);
+    m_releasedUpdates->notify_all();
+  }
 }
 
-void CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token)
+bool CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token)
 {
   bool waited = false;
   for (;;)
@@ -415,14 +425,14 @@ void CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<
     if (m_generation.load() != generation)
     {
       m_log->Debug(L"Update of an ended run skipped");
-      return;
+      return false;
     }
     // The first update of a new run may meet the previous run's last update while that one
     // ends: it waits for it rather than leave the new run in Starting for good.
     if (m_internalState.load() != InternalStarting)
     {
       m_log->Info(L"Update cancelled because previous update is in progress");
-      return;
+      return false;
     }
     if (!waited)
     {
@@ -431,10 +441,10 @@ void CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<
     }
     m_endedUpdates.wait(ended);
   }
+  m_begunUpdates.fetch_add(1);
   m_progressGeneration.store(generation);
-  CUpdateEnd end(*this);
-  m_updateToken.store(token);
-  m_recordFailureLogged.store(false);
+  // Marked before the end guard, so that the subscribers the end notifies on this thread may
+  // call Stop(true) without waiting for the update that is calling them.
   const void* const outerCollection = t_updatingCollection;
   t_updatingCollection = this;
   struct CRestore
@@ -442,7 +452,11 @@ void CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<
     const void* previous;
     ~CRestore() { t_updatingCollection = previous; }
   } const restore{outerCollection};
+  CUpdateEnd end(*this);
+  m_updateToken.store(token);
+  m_recordFailureLogged.store(false);
   runBody(generation, token, end);
+  return true;
 }
 
 void CCollectionBase::runBody(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
@@ -696,9 +710,9 @@ void CCollectionBase::Stop(bool sync)
 
 void CCollectionBase::waitForUpdateEnd()
 {
-  // Read before the flag: an update that ends after this read moves the count on.
-  const std::uint64_t ended = m_endedUpdates.load();
-  if (m_updateInProgress.load() == 0)
+  // Read before the begun count: an update that lets go after this read moves the count on.
+  const std::uint64_t ended = m_releasedUpdates->load();
+  if (m_begunUpdates.load() == ended)
   {
     return;
   }
@@ -706,9 +720,9 @@ void CCollectionBase::waitForUpdateEnd()
   m_log->Info(L"Waiting for current task...");
   // Only the update found in progress is awaited: later ones of a stopped run end at once, and
   // back-to-back updates of a running one would keep a wait for "none in progress" going.
-  for (std::uint64_t now = m_endedUpdates.load(); now == ended; now = m_endedUpdates.load())
+  for (std::uint64_t now = m_releasedUpdates->load(); now == ended; now = m_releasedUpdates->load())
   {
-    m_endedUpdates.wait(now);
+    m_releasedUpdates->wait(now);
   }
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - waitStart;
   m_log->Info(fmt::format(L"Task finished in {:.3}", waited.count()));

@@ -104,7 +104,8 @@ private:
   // task. Called with m_stateLock held.
   pool::tp_task dispatchUpdate(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
                                std::optional<boost::xtime> deadline);
-  void updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token);
+  // True when an update body ran (false: it was skipped).
+  bool updateRun(std::uint64_t generation, const std::shared_ptr<ICancellation>& token);
   void runBody(std::uint64_t generation, const std::shared_ptr<ICancellation>& token, CUpdateEnd& end);
   void scheduleNext(std::uint64_t generation, const std::shared_ptr<ICancellation>& token,
                     const COleDateTimeSpan& period, const COleDateTimeEx& start, CUpdateEnd& end);
@@ -155,6 +156,11 @@ private:
   std::atomic<std::uint64_t> m_progressGeneration{0};
   // Update bodies that have ended, so that a waiting Stop sees the end of the one it found.
   std::atomic<std::uint64_t> m_endedUpdates{0};
+  // Update bodies begun, and those whose pool procedure has also let go of the collection: the
+  // second count outlives the collection, so that it moves only once the procedure holds no
+  // reference, and a Stop(true) that waits on it returns with no update left anywhere.
+  std::atomic<std::uint64_t> m_begunUpdates{0};
+  std::shared_ptr<std::atomic<std::uint64_t>> m_releasedUpdates = std::make_shared<std::atomic<std::uint64_t>>(0);
   // Set by the first subscriber failure on records within one update, which alone is logged.
   std::atomic<bool> m_recordFailureLogged{false};
 };

@@ -427,6 +427,9 @@ TEST_F(CollectionBaseTest, StopSyncDuringUpdateWaitsAndEndsStopped)
   m_collection->Run();
   ASSERT_TRUE(m_collection->WaitCalls(1));
   StopSyncDuringHeldUpdate();
+  // The update's pool procedure has let go of the collection too: dropping the last reference
+  // now destroys it (and whatever session it holds) on this thread.
+  EXPECT_EQ(m_collection.use_count(), 1);
   EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
   EXPECT_EQ(m_collection->Internal(), 0);
   EXPECT_EQ(Sink().Count(L"Stop requested, sync: true. Current state: Starting; internal state: Running"), 1u);

@@ -3,7 +3,7 @@
 #   scripts/windows-deps.sh [DEPS_DIR]        (default build-windows/deps)
 # pugixml and Boost.Thread come from their Debian source packages (apt-get source, see the
 # deb-src entry of scripts/setup.sh), GoogleTest/GoogleMock from /usr/src/googletest. fmt, spdlog,
-# nlohmann-json and the Boost headers are Debian's own, used header-only: DEPS_DIR/prefix/include
+# nlohmann-json, RapidJSON and the Boost headers are Debian's own, used header-only: DEPS_DIR/prefix/include
 # links to just those folders, so that no Linux system header is ever on the include path.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -24,7 +24,7 @@ configure() { # configure SOURCE BUILD [cmake args...]
   cmake --install "$build" >/dev/null
 }
 
-for dir in boost fmt spdlog nlohmann; do
+for dir in boost fmt spdlog nlohmann rapidjson; do
   ln -sfn "/usr/include/$dir" "$prefix/include/$dir"
 done
 

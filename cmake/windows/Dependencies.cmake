@@ -1,7 +1,7 @@
 # The Windows build's dependencies as the targets the Linux build gets from find_package.
 # scripts/windows-deps.sh fills NATC_WINDOWS_DEPS/prefix: static pugixml, Boost.Thread and
-# GoogleTest built for MinGW-w64, and links to Debian's header-only fmt, spdlog, nlohmann-json
-# and Boost headers.
+# GoogleTest built for MinGW-w64, and links to Debian's header-only fmt, spdlog, nlohmann-json,
+# RapidJSON and Boost headers.
 set(NATC_WINDOWS_DEPS "${PROJECT_BINARY_DIR}/deps" CACHE PATH "Prefix folder of the Windows dependencies")
 set(prefix ${NATC_WINDOWS_DEPS}/prefix)
 if(NOT EXISTS ${prefix}/lib/libboost_thread.a)
@@ -30,6 +30,8 @@ endfunction()
 natc_imported(fmt::fmt DEFINES FMT_HEADER_ONLY)
 natc_imported(spdlog::spdlog DEFINES SPDLOG_HEADER_ONLY DEPS fmt::fmt)
 natc_imported(nlohmann_json::nlohmann_json)
+# RapidJSON is header-only; natc's output takes its include folder.
+set(RAPIDJSON_INCLUDE_DIRS ${prefix}/include)
 # Asio (the kernel pool's io_context) needs Winsock.
 natc_imported(Boost::boost DEFINES BOOST_ALL_NO_LIB DEPS ws2_32 mswsock)
 add_library(Boost::headers ALIAS Boost::boost)

@@ -21,9 +21,10 @@ HANDLE HandleOf(int fd)
 {
   return reinterpret_cast<HANDLE>(_get_osfhandle(fd));
 }
-} // namespace
 
-extern "C" ssize_t natc_pread(int fd, void* buffer, size_t size, long long offset)
+// One ReadFile or WriteFile at `offset` (at most 1 GiB, as a POSIX call may do less than asked).
+template <class Transfer>
+ssize_t AtOffset(int fd, long long offset, size_t size, Transfer transfer)
 {
   const HANDLE handle = HandleOf(fd);
   if (handle == INVALID_HANDLE_VALUE || offset < 0)
@@ -34,7 +35,7 @@ extern "C" ssize_t natc_pread(int fd, void* buffer, size_t size, long long offse
   OVERLAPPED overlapped = At(offset);
   DWORD done = 0;
   const DWORD chunk = size > 0x40000000u ? 0x40000000u : static_cast<DWORD>(size);
-  if (!ReadFile(handle, buffer, chunk, &done, &overlapped))
+  if (!transfer(handle, chunk, &done, &overlapped))
   {
     // Reading at or past the end is no error: zero bytes, as pread gives.
     if (GetLastError() == ERROR_HANDLE_EOF)
@@ -44,22 +45,18 @@ extern "C" ssize_t natc_pread(int fd, void* buffer, size_t size, long long offse
   }
   return static_cast<ssize_t>(done);
 }
+} // namespace
+
+extern "C" ssize_t natc_pread(int fd, void* buffer, size_t size, long long offset)
+{
+  return AtOffset(fd, offset, size, [buffer](HANDLE handle, DWORD chunk, DWORD* done, OVERLAPPED* at) {
+    return ReadFile(handle, buffer, chunk, done, at);
+  });
+}
 
 extern "C" ssize_t natc_pwrite(int fd, const void* buffer, size_t size, long long offset)
 {
-  const HANDLE handle = HandleOf(fd);
-  if (handle == INVALID_HANDLE_VALUE || offset < 0)
-  {
-    errno = EBADF;
-    return -1;
-  }
-  OVERLAPPED overlapped = At(offset);
-  DWORD done = 0;
-  const DWORD chunk = size > 0x40000000u ? 0x40000000u : static_cast<DWORD>(size);
-  if (!WriteFile(handle, buffer, chunk, &done, &overlapped))
-  {
-    errno = EIO;
-    return -1;
-  }
-  return static_cast<ssize_t>(done);
+  return AtOffset(fd, offset, size, [buffer](HANDLE handle, DWORD chunk, DWORD* done, OVERLAPPED* at) {
+    return WriteFile(handle, buffer, chunk, done, at);
+  });
 }

@@ -20,7 +20,7 @@ private:
 };
 
 CStateKeeper::CStateKeeper(std::string path, std::vector<SCollectionState> loaded, std::FILE* out)
-  : m_path(std::move(path)), m_out(out), m_output(out != nullptr ? natc::CBlockOutput::For(out) : nullptr),
+  : m_path(std::move(path)), m_output(out != nullptr ? natc::CBlockOutput::For(out) : nullptr),
     m_others(std::move(loaded)), m_subscriber(std::make_shared<CSubscriber>(*this))
 {
   m_thread = std::thread([this] { run(); });

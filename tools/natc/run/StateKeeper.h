@@ -59,8 +59,7 @@ private:
   };
 
   std::string m_path;
-  std::FILE* m_out;
-  // The printers' block sink of m_out: their lines wait there, not in stdio's buffer.
+  // The printers' block sink of the records' stream: their lines wait there, not in stdio.
   std::shared_ptr<natc::CBlockOutput> m_output;
   // Entries of the file that no collection of this run claims: written back unchanged.
   std::vector<SCollectionState> m_others;

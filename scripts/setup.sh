@@ -8,7 +8,7 @@ packages=(
   clang clang-tidy libclang-rt-14-dev
   libfmt-dev libspdlog-dev
   libboost-thread-dev libboost-system-dev libboost-exception-dev libboost-dev
-  libpugixml-dev nlohmann-json3-dev rapidjson-dev zlib1g-dev
+  libpugixml-dev nlohmann-json3-dev rapidjson-dev zlib1g-dev libdeflate-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   libevtx-utils python3-evtx
   g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine64 dpkg-dev

@@ -118,6 +118,24 @@ TEST(ValueText, XmlEscaping)
   EXPECT_EQ(Text(v), "<a & 'b'>\"\r\n");
 }
 
+// One-line XML writes the controls XML forbids as control pictures (U+2400 + code) in UTF-16
+// and ANSI text alike; tab stays, and the other escapings keep the control as it is.
+TEST(ValueText, OneLineWritesForbiddenControlsAsPictures)
+{
+  const std::string text = std::string("a\x01\tb\x1f") + '\0' + "c";
+  const WriterValue wide = WriterValue::Text(text);
+  const WriterValue ansi = WriterValue::Ansi(text);
+  const std::string pictures = "a\xe2\x90\x81\tb\xe2\x90\x9f\xe2\x90\x80" "c";
+  EXPECT_EQ(Text(wide, evtx::TextEscape::XmlOneLine), pictures);
+  EXPECT_EQ(Text(ansi, evtx::TextEscape::XmlOneLine), pictures);
+  EXPECT_EQ(Text(wide, evtx::TextEscape::Xml), text);
+  EXPECT_EQ(Text(ansi, evtx::TextEscape::Xml), text);
+
+  std::string rewritten = "\x02keep\x03" + std::string(20, 'x') + "\x04\t\n";
+  evtx::ReplaceForbiddenControls(rewritten, 1);
+  EXPECT_EQ(rewritten, "\x02keep\xe2\x90\x83" + std::string(20, 'x') + "\xe2\x90\x84\t\n");
+}
+
 TEST(ValueText, Conversions)
 {
   std::uint64_t n = 0;

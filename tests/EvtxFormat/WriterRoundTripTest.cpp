@@ -2,6 +2,7 @@
 // substitutions, nested binary XML with every token, many chunks, damaged chunks.
 #include "Evtx/Event.h"
 #include "Evtx/File.h"
+#include "Evtx/Render.h"
 #include "Evtx/ValueText.h"
 #include "Evtx/Writer.h"
 #include "TestLog.h"
@@ -236,6 +237,39 @@ TEST(WriterRoundTrip, NestedBinaryXmlWithEveryToken)
   EXPECT_EQ(tree.Text(tree.Child(info, "Text")), "x < y");
   EXPECT_EQ(tree.Text(tree.Child(info, "Raw")), "<not markup>");
   EXPECT_EQ(tree.EventData(), evtx::kNoNode);
+}
+
+// One-line rendering writes forbidden controls as control pictures wherever they are: in
+// template text (the provider's name) and in values; both renderers agree.
+TEST(WriterRoundTrip, OneLineRenderingWritesControlsAsPictures)
+{
+  TempLog log;
+  evtx::Writer writer;
+  ASSERT_TRUE(writer.Create(log.Path()));
+  auto e = BaseEvent();
+  e.provider = std::string("P") + '\x01';
+  e.data = {{"Text", WriterValue::Text(std::string("a") + '\x02' + "\tb")},
+            {"Ansi", WriterValue::Ansi(std::string("c") + '\x1f')}};
+  ASSERT_EQ(writer.Append(e), 1u);
+  writer.Close();
+  evtx::File file;
+  ASSERT_EQ(file.Open(log.Path()), evtx::Status::Ok);
+  std::shared_ptr<evtx::Chunk> chunk;
+  ASSERT_EQ(file.LoadChunk(0, chunk), evtx::Status::Ok);
+  evtx::RenderOptions options;
+  options.escapeLineBreaks = true;
+  std::string compiled, fromTree;
+  ASSERT_EQ(chunk->RenderXml(chunk->Records()[0], compiled, options), evtx::Status::Ok);
+  evtx::EventTree tree;
+  ASSERT_EQ(chunk->Decode(chunk->Records()[0], tree), evtx::Status::Ok);
+  evtx::RenderTree(tree, fromTree, options);
+  EXPECT_EQ(compiled, fromTree);
+  EXPECT_NE(compiled.find("Name='P\xe2\x90\x81'"), std::string::npos) << compiled;
+  EXPECT_NE(compiled.find(">a\xe2\x90\x82\tb<"), std::string::npos) << compiled;
+  EXPECT_NE(compiled.find(">c\xe2\x90\x9f<"), std::string::npos) << compiled;
+  std::string plain;
+  ASSERT_EQ(chunk->RenderXml(chunk->Records()[0], plain), evtx::Status::Ok);
+  EXPECT_NE(plain.find(std::string("Name='P") + '\x01' + "'"), std::string::npos) << plain;
 }
 
 TEST(WriterRoundTrip, ManyChunksKeepOrderAndRanges)

@@ -266,7 +266,11 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
                                escape, depth, Item{});
   if (status != Status::Ok)
     return status;
-  if (fragment.compiled.lineBreaks && escape == TextEscape::XmlOneLine)
+  if (escape != TextEscape::XmlOneLine)
+    return Status::Ok;
+  if (fragment.compiled.controls)
+    ReplaceForbiddenControls(out, renderStart);
+  if (fragment.compiled.lineBreaks)
   {
     // Literal template text with line breaks: rewrite them as character references.
     std::string rest = out.substr(renderStart);
@@ -294,10 +298,11 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
   for (std::uint32_t i = begin; i < end; ++i)
   {
     const detail::Op op = ops[i];
+    if (op.preLen != 0)
+      out.append(text.data() + op.pre, op.preLen);
     switch (op.kind)
     {
     case OpKind::Text:
-      out.append(text.data() + op.off, op.len);
       break;
     case OpKind::OpenContent:
       out += '>';

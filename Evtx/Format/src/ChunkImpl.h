@@ -28,9 +28,12 @@ inline constexpr std::uint64_t kRecordBudget = 1u << 20;
 inline constexpr std::size_t kRecordOutputLimit = 32u << 20;
 inline constexpr std::uint32_t kNone = 0xffffffffu;
 
+// Every op first appends its literal prefix text[pre, pre+preLen) (the template text before
+// it), then does its own part; a template's ops are fused so, after static parts are folded
+// into text, to take one dispatch per dynamic step rather than one per piece of text.
 enum class OpKind : std::uint8_t
 {
-  Text,         // append text[off, off+len)
+  Text,         // nothing beyond the prefix (while compiling: append text[off, off+len))
   OpenContent,  // append '>' and remember where the content starts
   Close,        // "</name>" from text, or turn the '>' into "/>" when the content is empty
   AttrStart,    // append " name='" from text; optional: omit when all its substitutions are NULL
@@ -51,6 +54,8 @@ struct Op
   std::uint16_t subst = 0;
   std::uint32_t off = 0;
   std::uint32_t len = 0;
+  std::uint32_t pre = 0;
+  std::uint32_t preLen = 0;
 };
 
 struct TNode
@@ -75,6 +80,7 @@ struct Compiled
   std::uint32_t opEnd = 0;
   std::uint32_t root = kNone;  // a nameless element whose children are the fragment's nodes
   bool lineBreaks = false;     // literal text holds CR or LF
+  bool controls = false;       // literal text holds controls that XmlOneLine rewrites
 };
 
 // A fragment opened for instantiation: its compiled template and its substitution values

@@ -102,8 +102,12 @@ void RenderContent(const EventTree& tree, std::uint32_t first, std::string& out,
 void RenderTree(const EventTree& tree, std::string& out, const RenderOptions& options)
 {
   const TextEscape escape = options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml;
+  const std::size_t start = out.size();
   for (std::uint32_t i = 0; i < tree.Size(); ++i)
     if (tree[i].parent == kNoNode)
       RenderNode(tree, i, out, escape);
+  // Names, CDATA and PI text are written as they are: their controls are rewritten here.
+  if (escape == TextEscape::XmlOneLine)
+    ReplaceForbiddenControls(out, start);
 }
 } // namespace evtx

@@ -3,6 +3,7 @@
 #include "Bytes.h"
 #include "ChunkImpl.h"
 
+#include <algorithm>
 #include <charconv>
 #include <vector>
 
@@ -439,6 +440,115 @@ private:
 public:
   std::size_t opsBegun_ = 0;
 };
+// Rewrites a compiled template's ops for rendering: what needs no decision at render time
+// (attributes that are always shown, elements whose content is fixed text) becomes text, and
+// each run of text becomes the prefix of the op after it.
+class Fuser
+{
+public:
+  explicit Fuser(Chunk::Impl& impl) : impl_(impl), ops_(impl.ops) {}
+
+  void Run(std::uint32_t begin)
+  {
+    FoldStatic(begin);
+    std::vector<Op> fused;
+    fused.reserve(ops_.size() - begin);
+    Fuse(begin, static_cast<std::uint32_t>(ops_.size()), fused);
+    ops_.resize(begin);
+    ops_.insert(ops_.end(), fused.begin(), fused.end());
+  }
+
+private:
+  Op TextOp(std::string_view piece) const
+  {
+    Op op;
+    op.off = static_cast<std::uint32_t>(impl_.text.size());
+    op.len = static_cast<std::uint32_t>(piece.size());
+    impl_.text.append(piece);
+    return op;
+  }
+
+  void FoldStatic(std::uint32_t begin)
+  {
+    std::vector<std::uint32_t> opened;
+    for (auto i = begin; i < ops_.size(); ++i)
+    {
+      Op& op = ops_[i];
+      if (op.kind == OpKind::AttrStart && !op.optional)
+        op.kind = OpKind::Text;
+      else if (op.kind == OpKind::AttrEnd && !op.optional)
+        op = TextOp("'");
+      else if (op.kind == OpKind::OpenContent)
+        opened.push_back(i);
+      else if (op.kind == OpKind::Close && !opened.empty())
+      {
+        const std::uint32_t open = opened.back();
+        opened.pop_back();
+        std::uint64_t content = 0;
+        for (auto k = open + 1; k < i && content != kNone; ++k)
+          content = ops_[k].kind == OpKind::Text ? content + ops_[k].len : kNone;
+        if (content == kNone)
+          continue;
+        // Fixed content: "<name>text</name>"; none at all: "<name/>".
+        if (content == 0)
+        {
+          ops_[open] = TextOp({});
+          ops_[i] = TextOp("/>");
+        }
+        else
+        {
+          ops_[open] = TextOp(">");
+          ops_[i].kind = OpKind::Text;
+        }
+      }
+    }
+  }
+
+  // Appends the fused form of ops [begin, end) to out; an element's range is fused on its own,
+  // so that its ElementStart still covers exactly its ops.
+  void Fuse(std::uint32_t begin, std::uint32_t end, std::vector<Op>& out)
+  {
+    std::string pending;
+    for (std::uint32_t i = begin; i < end; ++i)
+    {
+      Op op = ops_[i];
+      if (op.kind == OpKind::Text)
+      {
+        pending.append(impl_.text, op.off, op.len);
+        continue;
+      }
+      SetPrefix(op, pending);
+      out.push_back(op);
+      if (op.kind == OpKind::ElementStart)
+      {
+        const std::size_t at = out.size() - 1;
+        const std::uint32_t last = std::min(end, i + 1 + op.len);
+        Fuse(i + 1, last, out);
+        out[at].len = static_cast<std::uint32_t>(out.size() - at - 1);
+        i = last - 1;
+      }
+    }
+    if (!pending.empty())
+    {
+      Op text;
+      SetPrefix(text, pending);
+      out.push_back(text);
+    }
+  }
+
+  void SetPrefix(Op& op, std::string& pending) const
+  {
+    if (pending.empty())
+      return;
+    op.pre = static_cast<std::uint32_t>(impl_.text.size());
+    op.preLen = static_cast<std::uint32_t>(pending.size());
+    impl_.text.append(pending);
+    pending.clear();
+  }
+
+  Chunk::Impl& impl_;
+  std::vector<Op>& ops_;
+};
 } // namespace
 
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
@@ -447,11 +557,19 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   Compiler compiler(impl, end);
   compiler.anonymous = anonymous;
   compiler.opsBegun_ = impl.ops.size();
+  const std::size_t textBegin = impl.text.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
   out.root = compiler.NewNode(TNode{});
   compiler.Fragment(begin, out.root);
+  Fuser(impl).Run(out.opBegin);
   out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
   out.status = compiler.status;
   out.lineBreaks = compiler.lineBreaks;
+  std::string_view text(impl.text);
+  text.remove_prefix(textBegin);
+  out.controls = std::any_of(text.begin(), text.end(), [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
+  });
 }
 } // namespace evtx::detail

@@ -27,7 +27,11 @@
 //
 // Escaping (renderer): & < > " ' become &amp; &lt; &gt; &quot; &apos; in text and in
 // attribute values (attributes are single-quoted). One-line output also writes CR and LF as
-// &#13; and &#10;.
+// &#13; and &#10;, and the other C0 controls but tab as their control pictures.
+//
+// XML 1.0 forbids those controls even as character references, and Windows' EvtRender writes
+// them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
+// https://github.com/BeanBagKing/EventFinder2/issues/5); U+2400 + code keeps the code readable.
 #include "Evtx/ValueText.h"
 
 #include "Bytes.h"
@@ -46,6 +50,19 @@ namespace
 {
 constexpr char kHexUpper[] = "0123456789ABCDEF";
 constexpr char kHexLower[] = "0123456789abcdef";
+
+bool ForbiddenInXml(char c)
+{
+  const auto u = static_cast<unsigned char>(c);
+  return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
+}
+
+// U+2400 + code in UTF-8: E2 90 (80 + code).
+void AppendControlPicture(std::string& out, char c)
+{
+  const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(c))};
+  out.append(picture, sizeof picture);
+}
 
 void AppendEscapedAscii(std::string& out, char c, TextEscape escape)
 {
@@ -75,14 +92,21 @@ void AppendEscapedAscii(std::string& out, char c, TextEscape escape)
       return;
     }
     break;
-  default: break;
+  default:
+    if (escape == TextEscape::XmlOneLine && ForbiddenInXml(c))
+    {
+      AppendControlPicture(out, c);
+      return;
+    }
+    break;
   }
   out += c;
 }
 
+// Characters an escaping mode may rewrite (controls other than tab only under XmlOneLine).
 constexpr bool NeedsEscape(std::uint32_t c)
 {
-  return c == '&' || c == '<' || c == '>' || c == '"' || c == '\'' || c == '\r' || c == '\n';
+  return c == '&' || c == '<' || c == '>' || c == '"' || c == '\'' || (c < 0x20 && c != '\t');
 }
 
 // ASCII characters that text copies as they are under escaping: one table lookup per character
@@ -519,6 +543,34 @@ void AppendUtf16(std::string& out, const std::uint8_t* utf16, std::size_t units,
       c = 0xfffd;  // a lone surrogate cannot be written as UTF-8
     AppendCodePoint(out, c);
   }
+}
+
+void ReplaceForbiddenControls(std::string& text, std::size_t from)
+{
+  // Eight bytes are tested at a time for any byte below 0x20, as nearly all text has none.
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+  std::size_t at = from;
+  while (at + 8 <= text.size())
+  {
+    std::uint64_t block;
+    std::memcpy(&block, text.data() + at, 8);
+    if (((block - 0x20 * kOnes) & ~block & kHighs) != 0)
+      break;
+    at += 8;
+  }
+  while (at < text.size() && !ForbiddenInXml(text[at]))
+    ++at;
+  if (at == text.size())
+    return;
+  std::string rest;
+  for (std::size_t k = at; k < text.size(); ++k)
+  {
+    if (ForbiddenInXml(text[k]))
+      AppendControlPicture(rest, text[k]);
+    else
+      rest += text[k];
+  }
+  text.replace(at, std::string::npos, rest);
 }
 
 void AppendFileTime(std::string& out, std::uint64_t filetime)

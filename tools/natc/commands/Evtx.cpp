@@ -149,57 +149,6 @@ void AppendJsonEvent(std::string& out, const evtx::EventTree& tree, const evtx::
   out += "]}\n";
 }
 
-// XML 1.0 forbids the C0 controls other than tab, LF and CR even as character references, and
-// Windows' EvtRender writes them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
-// https://github.com/BeanBagKing/EventFinder2/issues/5). The dump writes each as its Unicode
-// control picture, U+2400 + code (U+0003 as U+2403), so every line parses and keeps the code.
-bool ForbiddenInXml(char c)
-{
-  const auto u = static_cast<unsigned char>(c);
-  return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
-}
-
-// The first forbidden control at or after `from`, or the end. Eight bytes are tested at a time
-// for any byte below 0x20, as nearly every line has none.
-std::string::iterator FindForbiddenControl(std::string& xml, std::size_t from)
-{
-  constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
-  std::size_t at = from;
-  for (; at + 8 <= xml.size(); at += 8)
-  {
-    std::uint64_t block;
-    std::memcpy(&block, xml.data() + at, 8);
-    if (((block - 0x20 * kOnes) & ~block & kHighs) == 0)
-      continue;
-    for (std::size_t k = at; k < at + 8; ++k)
-      if (ForbiddenInXml(xml[k]))
-        return xml.begin() + static_cast<std::ptrdiff_t>(k);
-  }
-  return std::find_if(xml.begin() + static_cast<std::ptrdiff_t>(at), xml.end(), ForbiddenInXml);
-}
-
-void ReplaceForbiddenControls(std::string& xml, std::size_t from)
-{
-  const auto first = FindForbiddenControl(xml, from);
-  if (first == xml.end())
-    return;
-  std::string rest;
-  for (auto c = first; c != xml.end(); ++c)
-  {
-    if (ForbiddenInXml(*c))
-    {
-      // U+2400 + code in UTF-8: E2 90 (80 + code).
-      const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(*c))};
-      rest.append(picture, sizeof picture);
-    }
-    else
-    {
-      rest += *c;
-    }
-  }
-  xml.replace(first, xml.end(), rest);
-}
-
 #ifdef NATC_HAVE_EVTX_QUERY
 // The text of the event's System/Channel element, empty when it has none.
 void EventChannel(const evtx::query::EventView& view, std::wstring& channel)
@@ -246,6 +195,8 @@ class ChunkDumper
 public:
   ChunkDumper(const std::string& path, const DumpOptions& options) : path_(path), options_(options)
   {
+    // One event per line, each a well-formed XML line (line breaks as references, the controls
+    // XML forbids as control pictures).
     render_.escapeLineBreaks = true;
 #ifdef NATC_HAVE_EVTX_QUERY
     // A query list applies to the events of the channels it names; a bare XPath, whose channel
@@ -305,14 +256,12 @@ public:
         AppendJsonEvent(out, tree_, record);
         continue;
       }
-      const std::size_t start = out.size();
       const evtx::Status rendered = chunk->RenderXml(record, out, render_);
       if (rendered != evtx::Status::Ok)
       {
         fail(record, rendered);
         continue;
       }
-      ReplaceForbiddenControls(out, start);
       out += '\n';
     }
     return failures;

@@ -19,7 +19,8 @@ class EventTree;
 
 struct RenderOptions
 {
-  // Writes CR and LF inside values as "&#13;" and "&#10;" so that an event stays on one line.
+  // Writes CR and LF inside values as "&#13;" and "&#10;" so that an event stays on one line,
+  // and the controls XML forbids as their control pictures (TextEscape::XmlOneLine).
   bool escapeLineBreaks = false;
 };
 

@@ -14,7 +14,10 @@ enum class TextEscape : std::uint8_t
 {
   None,        // plain text
   Xml,         // & < > " ' escaped
-  XmlOneLine,  // as Xml, and CR/LF as character references
+  // As Xml, and CR/LF as character references; the C0 controls that XML 1.0 forbids even as
+  // references (all but tab, LF, CR) as their Unicode control pictures, U+2400 + code, so that
+  // every line parses and keeps the code.
+  XmlOneLine,
 };
 
 // Appends the value's text (UTF-8). Arrays: items joined by ", " (see ValueText.cpp).
@@ -44,6 +47,9 @@ void AppendUtf8AsWide(std::wstring& out, std::string_view text);
 // of at least that many (no terminating zero); returns the units written.
 std::size_t WideLengthOfUtf8(std::string_view text) noexcept;
 std::size_t WidenUtf8(std::string_view text, wchar_t* out) noexcept;
+// Rewrites, from `from` on, each control XmlOneLine writes as a control picture (for text that
+// was not written through the escaping above: template text, names).
+void ReplaceForbiddenControls(std::string& text, std::size_t from);
 // FILETIME as "YYYY-MM-DDTHH:MM:SS.fffffffZ".
 void AppendFileTime(std::string& out, std::uint64_t filetime);
 } // namespace evtx

@@ -27,6 +27,7 @@ public:
 
   Status status = Status::Ok;
   bool lineBreaks = false;
+  bool controls = false;
   bool anonymous = false;
 
   std::uint32_t NewNode(const TNode& node) const
@@ -118,6 +119,7 @@ private:
       status = Status::BadData;
       return false;
     }
+    NoteControls(name);
     return true;
   }
 
@@ -293,13 +295,30 @@ private:
     return base == 0x05 || token == 0x0d || token == 0x0e || base == 0x08 || base == 0x09;
   }
 
+  // Literal text with line breaks or with controls XML forbids is rewritten after rendering
+  // in one-line output (Chunk::Impl::Run).
   void NoteLineBreaks(const std::uint8_t* utf16, std::uint32_t units)
   {
     for (std::uint32_t i = 0; i < units; ++i)
     {
       const std::uint16_t c = Le16(utf16 + 2 * std::size_t(i));
-      if (c == '\r' || c == '\n')
-        lineBreaks = true;
+      if (c < 0x20 && c != '\t')
+      {
+        if (c == '\r' || c == '\n')
+          lineBreaks = true;
+        else
+          controls = true;
+      }
+    }
+  }
+
+  void NoteControls(std::string_view name)
+  {
+    for (const char c : name)
+    {
+      const auto u = static_cast<unsigned char>(c);
+      if (u < 0x20 && u != '\t' && u != '\n' && u != '\r')
+        controls = true;
     }
   }
 
@@ -327,7 +346,7 @@ private:
         --shown;
       AppendUtf16(impl_.text, chars, shown, TextEscape::Xml);
       EmitAppended(from);
-      NoteLineBreaks(chars, units);
+      NoteLineBreaks(chars, shown);
       Link(parent, NewNode(MakeNode(NodeKind::Value, {},
                                     Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                           2 * units})));
@@ -508,13 +527,13 @@ private:
   // so that its ElementStart still covers exactly its ops.
   void Fuse(std::uint32_t begin, std::uint32_t end, std::vector<Op>& out)
   {
-    std::string pending;
+    Pending pending;
     for (std::uint32_t i = begin; i < end; ++i)
     {
       Op op = ops_[i];
       if (op.kind == OpKind::Text)
       {
-        pending.append(impl_.text, op.off, op.len);
+        Add(pending, op);
         continue;
       }
       SetPrefix(op, pending);
@@ -528,7 +547,7 @@ private:
         i = last - 1;
       }
     }
-    if (!pending.empty())
+    if (pending.len != 0)
     {
       Op text;
       SetPrefix(text, pending);
@@ -536,14 +555,52 @@ private:
     }
   }
 
-  void SetPrefix(Op& op, std::string& pending) const
+  // Text gathered for the next op's prefix: a piece of impl_.text while the pieces adjoin
+  // there (the usual case), else a copy.
+  struct Pending
   {
-    if (pending.empty())
+    std::uint32_t off = 0;
+    std::uint32_t len = 0;
+    bool copied = false;
+    std::string text;
+  };
+
+  void Add(Pending& pending, const Op& piece) const
+  {
+    if (piece.len == 0)
       return;
-    op.pre = static_cast<std::uint32_t>(impl_.text.size());
-    op.preLen = static_cast<std::uint32_t>(pending.size());
-    impl_.text.append(pending);
-    pending.clear();
+    if (pending.len == 0)
+    {
+      pending.off = piece.off;
+      pending.len = piece.len;
+      pending.copied = false;
+      return;
+    }
+    if (!pending.copied && pending.off + pending.len == piece.off)
+    {
+      pending.len += piece.len;
+      return;
+    }
+    if (!pending.copied)
+      pending.text.assign(impl_.text, pending.off, pending.len);
+    pending.copied = true;
+    pending.text.append(impl_.text, piece.off, piece.len);
+    pending.len += piece.len;
+  }
+
+  void SetPrefix(Op& op, Pending& pending) const
+  {
+    if (pending.len == 0)
+      return;
+    op.pre = pending.off;
+    op.preLen = pending.len;
+    if (pending.copied)
+    {
+      op.pre = static_cast<std::uint32_t>(impl_.text.size());
+      impl_.text.append(pending.text);
+    }
+    pending.len = 0;
+    pending.copied = false;
   }
 
   Chunk::Impl& impl_;
@@ -557,7 +614,6 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   Compiler compiler(impl, end);
   compiler.anonymous = anonymous;
   compiler.opsBegun_ = impl.ops.size();
-  const std::size_t textBegin = impl.text.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
   out.root = compiler.NewNode(TNode{});
   compiler.Fragment(begin, out.root);
@@ -565,11 +621,6 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
   out.status = compiler.status;
   out.lineBreaks = compiler.lineBreaks;
-  std::string_view text(impl.text);
-  text.remove_prefix(textBegin);
-  out.controls = std::any_of(text.begin(), text.end(), [](char c) {
-    const auto u = static_cast<unsigned char>(c);
-    return u < 0x20 && u != '\t' && u != '\n' && u != '\r';
-  });
+  out.controls = compiler.controls;
 }
 } // namespace evtx::detail

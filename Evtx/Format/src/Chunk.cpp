@@ -132,6 +132,7 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   compiled.clear();
   templateIndex.clear();
   names.clear();
+  namesHaveControls = false;
   subs.clear();
 }
 
@@ -150,6 +151,8 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
     return false;
   std::string name;
   AppendUtf16(name, data + offset + 8, units, TextEscape::None);
+  for (const char c : name)
+    namesHaveControls |= static_cast<unsigned char>(c) < 0x20;
   out = names.emplace(offset, std::move(name)).first->second;
   return true;
 }
@@ -288,6 +291,28 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
   return Status::Ok;
 }
 
+Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,
+                                       const Item& item, std::string& out, TextEscape escape,
+                                       int depth, bool& notNullType)
+{
+  const Value value = Substitution(fragment, index, item);
+  notNullType = !IsNullType(value);
+  if (value.IsNull())
+    return Status::Ok;
+  if (value.BaseType() == ValueType::BinXml && !value.IsArray())
+  {
+    const auto offset = static_cast<std::uint32_t>(value.data - data);
+    const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
+    if (status != Status::Ok)
+      return status;
+  }
+  else
+  {
+    AppendValueText(out, value, escape);
+  }
+  return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
+}
+
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                            std::string& out, TextEscape escape, int depth, const Item& item)
 {
@@ -332,24 +357,44 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       break;
     case OpKind::Subst:
     {
-      const Value value = Substitution(fragment, op.subst, item);
-      if (!IsNullType(value))
-        attributeHasValue = true;
-      if (value.IsNull())
-        break;
-      if (value.BaseType() == ValueType::BinXml && !value.IsArray())
+      bool notNullType = false;
+      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      if (status != Status::Ok)
+        return status;
+      attributeHasValue |= notNullType;
+      break;
+    }
+    case OpKind::ContentSubst:
+    {
+      out += '>';
+      const std::size_t start = out.size();
+      bool notNullType = false;
+      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      if (status != Status::Ok)
+        return status;
+      if (out.size() == start)
       {
-        const auto offset = static_cast<std::uint32_t>(value.data - data);
-        const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
-        if (status != Status::Ok)
-          return status;
+        out.back() = '/';
+        out += '>';
       }
       else
       {
-        AppendValueText(out, value, escape);
+        out.append(text.data() + op.off, op.len);
       }
-      if (out.size() > outputLimit)
-        return Status::TooDeep;
+      break;
+    }
+    case OpKind::AttrSubst:
+    {
+      const std::size_t start = out.size();
+      out.append(text.data() + op.off, op.len);
+      bool notNullType = false;
+      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      if (status != Status::Ok)
+        return status;
+      if (notNullType)
+        out += '\'';
+      else
+        out.resize(start);
       break;
     }
     case OpKind::ElementStart:

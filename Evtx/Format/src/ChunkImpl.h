@@ -44,6 +44,10 @@ enum class OpKind : std::uint8_t
   // optional). An optional one that is null drops the element; an array value repeats it once
   // per item.
   ElementStart,
+  // An element's whole content, one substitution: OpenContent, Subst `subst`, Close (text).
+  ContentSubst,
+  // An optional attribute made of one substitution: AttrStart (text), Subst `subst`, AttrEnd.
+  AttrSubst,
 };
 inline constexpr std::uint32_t kOptionalSubst = 0x80000000u;
 
@@ -105,6 +109,8 @@ struct Chunk::Impl
   std::vector<detail::Compiled> compiled;
   std::unordered_map<std::uint32_t, std::uint32_t> templateIndex;
   std::unordered_map<std::uint32_t, std::string> names;
+  // Some name holds a control that one-line XML rewrites (rare: templates check only then).
+  bool namesHaveControls = false;
   std::vector<Value> subs;
   // Work left for the record being decoded: a template may use a nested fragment many times,
   // so nesting alone does not bound the work on hostile input.
@@ -141,6 +147,11 @@ private:
   }
   Status Run(const detail::OpenedFragment& fragment, std::string& out, TextEscape escape,
              int depth);
+  // Appends substitution `index`; notNullType tells whether its value has a type other than
+  // NullType (an optional attribute shows when one of its values has).
+  Status AppendSubstitution(const detail::OpenedFragment& fragment, std::uint32_t index,
+                            const Item& item, std::string& out, TextEscape escape, int depth,
+                            bool& notNullType);
   Status RunOps(const detail::OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                 std::string& out, TextEscape escape, int depth, const Item& item);
   Status Instantiate(std::uint32_t tnode, const detail::OpenedFragment& fragment,

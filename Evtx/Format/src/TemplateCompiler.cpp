@@ -119,7 +119,8 @@ private:
       status = Status::BadData;
       return false;
     }
-    NoteControls(name);
+    if (impl_.namesHaveControls)
+      NoteControls(name);
     return true;
   }
 
@@ -224,7 +225,9 @@ private:
     }
     impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, 0, 0});
     // Substitutions directly in the content decide whether the element is shown, and how often.
-    std::vector<std::uint32_t> substs;
+    // This element's content substitutions: substs_[substsBegin, end) (nested elements push
+    // theirs above and take them off again).
+    const std::size_t substsBegin = substs_.size();
     while (status == Status::Ok && Need(pos, 1))
     {
       const std::uint8_t token = d_[pos];
@@ -238,11 +241,13 @@ private:
         impl_.text += '>';
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
                                static_cast<std::uint32_t>(impl_.text.size()) - from});
-        if (!substs.empty())
+        if (substs_.size() > substsBegin)
         {
-          const auto substsBegin = static_cast<std::uint32_t>(impl_.elementSubsts.size());
-          impl_.elementSubsts.insert(impl_.elementSubsts.end(), substs.begin(), substs.end());
-          InsertElementStart(opStart, textStart, substsBegin);
+          const auto begin = static_cast<std::uint32_t>(impl_.elementSubsts.size());
+          impl_.elementSubsts.insert(impl_.elementSubsts.end(),
+                                     substs_.begin() + static_cast<std::ptrdiff_t>(substsBegin), substs_.end());
+          substs_.resize(substsBegin);
+          InsertElementStart(opStart, textStart, begin);
         }
         return;
       }
@@ -251,7 +256,7 @@ private:
       else if (IsValueToken(token))
       {
         if ((token == 0x0d || token == 0x0e) && pos <= end_ && end_ - pos >= 4)
-          substs.push_back(Le16(d_ + pos + 1) | (token == 0x0e ? kOptionalSubst : 0u));
+          substs_.push_back(Le16(d_ + pos + 1) | (token == 0x0e ? kOptionalSubst : 0u));
         ValuePart(pos, element);
       }
       else if (base == 0x07)
@@ -455,6 +460,7 @@ private:
   Chunk::Impl& impl_;
   const std::uint8_t* d_;
   std::uint32_t end_;
+  std::vector<std::uint32_t> substs_;
 
 public:
   std::size_t opsBegun_ = 0;
@@ -470,6 +476,7 @@ public:
   void Run(std::uint32_t begin)
   {
     FoldStatic(begin);
+    JoinSubstitutions(begin);
     std::vector<Op> fused;
     fused.reserve(ops_.size() - begin);
     Fuse(begin, static_cast<std::uint32_t>(ops_.size()), fused);
@@ -523,6 +530,36 @@ private:
     }
   }
 
+  // One op for the two common shapes around a substitution: an element whose content is
+  // only it, and an optional attribute that is only it. The ops joined become empty text.
+  void JoinSubstitutions(std::uint32_t begin)
+  {
+    for (auto i = begin; i + 2 < ops_.size(); ++i)
+    {
+      Op& first = ops_[i];
+      const Op& subst = ops_[i + 1];
+      const Op& last = ops_[i + 2];
+      if (subst.kind != OpKind::Subst)
+        continue;
+      if (first.kind == OpKind::OpenContent && last.kind == OpKind::Close)
+      {
+        first = Op{OpKind::ContentSubst, subst.optional, subst.subst, last.off, last.len};
+      }
+      else if (first.kind == OpKind::AttrStart && first.optional && last.kind == OpKind::AttrEnd)
+      {
+        first.kind = OpKind::AttrSubst;
+        first.subst = subst.subst;
+      }
+      else
+      {
+        continue;
+      }
+      ops_[i + 1] = Op{};
+      ops_[i + 2] = Op{};
+      i += 2;
+    }
+  }
+
   // Appends the fused form of ops [begin, end) to out; an element's range is fused on its own,
   // so that its ElementStart still covers exactly its ops.
   void Fuse(std::uint32_t begin, std::uint32_t end, std::vector<Op>& out)
@@ -555,14 +592,12 @@ private:
     }
   }
 
-  // Text gathered for the next op's prefix: a piece of impl_.text while the pieces adjoin
-  // there (the usual case), else a copy.
+  // Text gathered for the next op's prefix: a piece of impl_.text. Pieces that do not adjoin
+  // there are gathered at its end.
   struct Pending
   {
     std::uint32_t off = 0;
     std::uint32_t len = 0;
-    bool copied = false;
-    std::string text;
   };
 
   void Add(Pending& pending, const Op& piece) const
@@ -571,36 +606,30 @@ private:
       return;
     if (pending.len == 0)
     {
-      pending.off = piece.off;
-      pending.len = piece.len;
-      pending.copied = false;
+      pending = {piece.off, piece.len};
       return;
     }
-    if (!pending.copied && pending.off + pending.len == piece.off)
+    if (pending.off + pending.len == piece.off)
     {
       pending.len += piece.len;
       return;
     }
-    if (!pending.copied)
-      pending.text.assign(impl_.text, pending.off, pending.len);
-    pending.copied = true;
-    pending.text.append(impl_.text, piece.off, piece.len);
+    std::string& text = impl_.text;
+    if (pending.off + pending.len != text.size())
+    {
+      const auto moved = static_cast<std::uint32_t>(text.size());
+      text.append(text, pending.off, pending.len);
+      pending.off = moved;
+    }
+    text.append(text, piece.off, piece.len);
     pending.len += piece.len;
   }
 
-  void SetPrefix(Op& op, Pending& pending) const
+  static void SetPrefix(Op& op, Pending& pending)
   {
-    if (pending.len == 0)
-      return;
     op.pre = pending.off;
     op.preLen = pending.len;
-    if (pending.copied)
-    {
-      op.pre = static_cast<std::uint32_t>(impl_.text.size());
-      impl_.text.append(pending.text);
-    }
-    pending.len = 0;
-    pending.copied = false;
+    pending = {};
   }
 
   Chunk::Impl& impl_;

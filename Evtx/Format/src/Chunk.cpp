@@ -157,16 +157,16 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
   return true;
 }
 
-Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous)
+Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
 {
   const std::uint32_t key = anonymous ? (offset | kAnonymousKey) : offset;
   const auto found = templateIndex.find(key);
-  if (found != templateIndex.end())
+  if (found != templateIndex.end() && (!tree || compiled[found->second].hasTree))
     return compiled[found->second];
   Compiled result;
   if (anonymous)
   {
-    detail::CompileTemplate(*this, offset, end, true, result);
+    detail::CompileTemplate(*this, offset, end, true, tree, result);
   }
   else if (offset > kChunkSize - 24)
   {
@@ -180,14 +180,19 @@ Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymou
     if (dataSize > kChunkSize - begin)
       result.status = Status::BadData;
     else
-      detail::CompileTemplate(*this, begin, begin + dataSize, false, result);
+      detail::CompileTemplate(*this, begin, begin + dataSize, false, tree, result);
+  }
+  if (found != templateIndex.end())
+  {
+    compiled[found->second] = result;
+    return result;
   }
   templateIndex.emplace(key, static_cast<std::uint32_t>(compiled.size()));
   compiled.push_back(result);
   return result;
 }
 
-Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, OpenedFragment& out)
+Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, OpenedFragment& out)
 {
   std::uint32_t pos = begin;
   while (pos < end && data[pos] == 0x0f)
@@ -196,7 +201,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, OpenedFragment&
     return Status::BadData;
   if (data[pos] != 0x0c)
   {
-    out.compiled = Get(pos, end, true);
+    out.compiled = Get(pos, end, true, tree);
     out.base = static_cast<std::uint32_t>(subs.size());
     out.count = 0;
     return out.compiled.status;
@@ -216,7 +221,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, OpenedFragment&
       return Status::Truncated;
     pos += 24 + dataSize;
   }
-  out.compiled = Get(definition, 0, false);
+  out.compiled = Get(definition, 0, false, tree);
   if (out.compiled.status != Status::Ok)
     return out.compiled.status;
   if (end - pos < 4)
@@ -250,7 +255,7 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::
     return Status::TooDeep;
   OpenedFragment fragment;
   const std::size_t mark = subs.size();
-  Status status = Open(begin, end, fragment);
+  Status status = Open(begin, end, false, fragment);
   if (status == Status::Ok)
     status = Run(fragment, out, escape, depth);
   subs.resize(mark);
@@ -456,7 +461,7 @@ Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, Event
     return Status::TooDeep;
   OpenedFragment fragment;
   const std::size_t mark = subs.size();
-  Status status = Open(begin, end, fragment);
+  Status status = Open(begin, end, true, fragment);
   for (std::uint32_t child = status == Status::Ok ? tnodes[fragment.compiled.root].firstChild : kNone;
        child != kNone && status == Status::Ok; child = tnodes[child].nextSibling)
   {

@@ -85,6 +85,7 @@ struct Compiled
   std::uint32_t root = kNone;  // a nameless element whose children are the fragment's nodes
   bool lineBreaks = false;     // literal text holds CR or LF
   bool controls = false;       // literal text holds controls that XmlOneLine rewrites
+  bool hasTree = false;        // root is set: compiled for decoding too
 };
 
 // A fragment opened for instantiation: its compiled template and its substitution values
@@ -121,9 +122,10 @@ struct Chunk::Impl
   // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk.
   bool Name(std::uint32_t offset, std::string_view& out);
   // Compiled template for a definition offset, or for an element fragment starting at `offset`
-  // (anonymous = true, ending at `end`). Compiles on first use.
-  detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous);
-  Status Open(std::uint32_t begin, std::uint32_t end, detail::OpenedFragment& out);
+  // (anonymous = true, ending at `end`). Compiles on first use, and again with its node tree
+  // the first time `tree` asks for it.
+  detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
+  Status Open(std::uint32_t begin, std::uint32_t end, bool tree, detail::OpenedFragment& out);
 
   Status RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
                         TextEscape escape, int depth);
@@ -164,7 +166,8 @@ namespace detail
 {
 // Compiles the binary XML in [begin, end) of the chunk into impl's ops/tnodes.
 // anonymous: a plain fragment rather than a template definition (element layout differs).
+// tree: build the node tree too (for decoding), not only the ops (for rendering).
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
-                     Compiled& out);
+                     bool tree, Compiled& out);
 } // namespace detail
 } // namespace evtx

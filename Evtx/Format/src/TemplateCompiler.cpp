@@ -29,15 +29,21 @@ public:
   bool lineBreaks = false;
   bool controls = false;
   bool anonymous = false;
+  // Builds the node tree as well as the ops (a chunk that is only rendered needs no tree).
+  bool tree = true;
 
   std::uint32_t NewNode(const TNode& node) const
   {
+    if (!tree)
+      return kNone;
     impl_.tnodes.push_back(node);
     return static_cast<std::uint32_t>(impl_.tnodes.size() - 1);
   }
 
   void Link(std::uint32_t parent, std::uint32_t child) const
   {
+    if (parent == kNone)
+      return;
     TNode& p = impl_.tnodes[parent];
     if (p.lastChild == kNone)
       p.firstChild = child;
@@ -177,9 +183,9 @@ private:
           return;
         const std::uint32_t attribute =
           NewNode(MakeNode(NodeKind::Attribute, attributeName));
-        if (lastAttribute == kNone)
+        if (tree && lastAttribute == kNone)
           impl_.tnodes[element].firstAttribute = attribute;
-        else
+        else if (tree)
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(impl_.text.size());
@@ -204,7 +210,8 @@ private:
           return;
         const bool optional = onlySubstitutions && anyOptional;
         impl_.ops[startOp].optional = optional;
-        impl_.tnodes[attribute].optional = optional;
+        if (tree)
+          impl_.tnodes[attribute].optional = optional;
         impl_.ops.push_back(Op{OpKind::AttrEnd, optional, 0, 0, 0});
       }
       if (status != Status::Ok)
@@ -638,10 +645,12 @@ private:
 } // namespace
 
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
-                     Compiled& out)
+                     bool tree, Compiled& out)
 {
   Compiler compiler(impl, end);
   compiler.anonymous = anonymous;
+  compiler.tree = tree;
+  out.hasTree = tree;
   compiler.opsBegun_ = impl.ops.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
   out.root = compiler.NewNode(TNode{});

@@ -334,6 +334,49 @@ void AppendBinary(std::string& out, const std::uint8_t* p, std::uint32_t size)
   }
 }
 
+#ifdef __SSE2__
+// All ones in the lanes (8- or 16-bit) of v that escaping rewrites: controls but tab, and the
+// markup characters.
+template <__m128i (*Equal)(__m128i, __m128i), __m128i (*Less)(__m128i, __m128i), __m128i (*Splat)(short)>
+__m128i EscapedLanes(__m128i v)
+{
+  const __m128i control = _mm_andnot_si128(Equal(v, Splat('\t')), Less(v, Splat(0x20)));
+  const __m128i markup =
+    _mm_or_si128(_mm_or_si128(Equal(v, Splat('&')), Equal(v, Splat('<'))),
+                 _mm_or_si128(Equal(v, Splat('>')), _mm_or_si128(Equal(v, Splat('"')), Equal(v, Splat('\'')))));
+  return _mm_or_si128(control, markup);
+}
+inline __m128i Equal8(__m128i a, __m128i b) { return _mm_cmpeq_epi8(a, b); }
+inline __m128i Less8(__m128i a, __m128i b) { return _mm_cmplt_epi8(a, b); }
+inline __m128i Splat8(short c) { return _mm_set1_epi8(static_cast<char>(c)); }
+inline __m128i Equal16(__m128i a, __m128i b) { return _mm_cmpeq_epi16(a, b); }
+inline __m128i Less16(__m128i a, __m128i b) { return _mm_cmplt_epi16(a, b); }
+inline __m128i Splat16(short c) { return _mm_set1_epi16(c); }
+#endif
+
+// The number of leading bytes of Latin-1 text that are ASCII and copied as they are under
+// `escape`; sixteen at a time with SSE2.
+std::uint32_t PlainAsciiBytes(const std::uint8_t* p, std::uint32_t size, TextEscape escape)
+{
+  std::uint32_t run = 0;
+#ifdef __SSE2__
+  for (; run + 16 <= size; run += 16)
+  {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + run));
+    // Bytes of 0x80 and up have their top bit set: movemask takes them as they are.
+    __m128i stop = v;
+    if (escape != TextEscape::None)
+      stop = _mm_or_si128(stop, EscapedLanes<Equal8, Less8, Splat8>(v));
+    const int mask = _mm_movemask_epi8(stop);
+    if (mask != 0)
+      return run + static_cast<std::uint32_t>(__builtin_ctz(static_cast<unsigned>(mask)));
+  }
+#endif
+  while (run < size && p[run] < 0x80 && (escape == TextEscape::None || kPlainAscii[p[run]]))
+    ++run;
+  return run;
+}
+
 void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
                   TextEscape escape)
 {
@@ -356,9 +399,7 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
     for (std::uint32_t i = 0; i < size;)
     {
       // Runs that need no escaping are copied in one step.
-      std::uint32_t run = i;
-      while (run < size && p[run] < 0x80 && (escape == TextEscape::None || kPlainAscii[p[run]]))
-        ++run;
+      const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
       if (run > i)
       {
         out.append(reinterpret_cast<const char*>(p + i), run - i);
@@ -515,15 +556,7 @@ std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEsca
     // All ones in the units that stop the run.
     __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero), _mm_set1_epi16(-1));
     if (escape != TextEscape::None)
-    {
-      const __m128i control = _mm_andnot_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16('\t')),
-                                               _mm_cmplt_epi16(v, _mm_set1_epi16(0x20)));
-      const __m128i markup = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16('&')), _mm_cmpeq_epi16(v, _mm_set1_epi16('<'))),
-        _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16('>')),
-                     _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16('"')), _mm_cmpeq_epi16(v, _mm_set1_epi16('\'')))));
-      stop = _mm_or_si128(stop, _mm_or_si128(control, markup));
-    }
+      stop = _mm_or_si128(stop, EscapedLanes<Equal16, Less16, Splat16>(v));
     const int mask = _mm_movemask_epi8(stop);
     if (mask != 0)
       return run + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;

@@ -136,6 +136,28 @@ TEST(ValueText, OneLineWritesForbiddenControlsAsPictures)
   EXPECT_EQ(rewritten, "\x02keep\xe2\x90\x83" + std::string(20, 'x') + "\xe2\x90\x84\t\n");
 }
 
+// Each character that escaping rewrites, and a non-ASCII one, at every offset of the blocks
+// that plain runs are scanned in (8 UTF-16 units, 16 ANSI bytes): the text around it stays.
+TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
+{
+  const std::pair<char, std::string> cases[] = {
+    {'&', "&amp;"}, {'<', "&lt;"}, {'>', "&gt;"}, {'"', "&quot;"}, {'\'', "&apos;"},
+    {'\n', "&#10;"}, {'\r', "&#13;"}, {'\x01', "\xe2\x90\x81"}, {'\t', "\t"}, {'\xe9', "\xc3\xa9"}};
+  for (const auto& [c, escaped] : cases)
+  {
+    for (std::size_t at = 0; at < 34; ++at)
+    {
+      const std::string before(at, 'a'), after(40 - at, 'b');
+      const std::string raw = before + c + after;
+      const std::string expected = before + escaped + after;
+      EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::XmlOneLine), expected) << at;
+      if (static_cast<unsigned char>(c) < 0x80)
+        EXPECT_EQ(Text(WriterValue::Text(raw), evtx::TextEscape::XmlOneLine), expected) << at;
+      EXPECT_EQ(Text(WriterValue::Ansi(raw)), static_cast<unsigned char>(c) < 0x80 ? raw : expected) << at;
+    }
+  }
+}
+
 TEST(ValueText, Conversions)
 {
   std::uint64_t n = 0;

@@ -33,6 +33,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace
@@ -43,6 +45,12 @@ class Output
 public:
   ~Output() { Flush(); }
   std::string& Buffer() { return buffer_; }
+  // Writes a large block as it is, after what the buffer holds: no copy into the buffer.
+  void WriteBlock(std::string_view block)
+  {
+    Flush();
+    std::fwrite(block.data(), 1, block.size(), stdout);
+  }
   void MaybeFlush()
   {
     if (buffer_.size() >= (1u << 20))
@@ -287,20 +295,25 @@ void WriteErrors(const std::string& errors)
 }
 
 // Chunks decode on `threads` readers, each with its own File; the output leaves in file order.
-// Memory stays bounded: a reader does not start a chunk more than `window` chunks ahead of
-// the one being written.
+// Readers take runs of kChunksPerTask chunks, so that threads meet once per run rather than
+// once per chunk. Memory stays bounded: a reader does not start a run more than `window` runs
+// ahead of the one being written, and the buffers of written runs go back to the readers.
 int DumpInParallel(const std::string& path, const DumpOptions& options, std::uint32_t chunkCount, Output& output)
 {
+  constexpr std::uint32_t kChunksPerTask = 4;
   struct Done
   {
     std::string text;
-    std::string errors;
+    // A chunk's messages, with where its events end in text: they keep their place.
+    std::vector<std::pair<std::size_t, std::string>> errors;
     int failures = 0;
   };
-  const std::uint32_t window = options.threads * 4;
+  const std::uint32_t taskCount = (chunkCount + kChunksPerTask - 1) / kChunksPerTask;
+  const std::uint32_t window = options.threads * 2;
   std::mutex lock;
   std::condition_variable changed;
   std::map<std::uint32_t, Done> done;
+  std::vector<Done> spare;
   std::uint32_t next = 0;
   std::uint32_t written = 0;
   bool stop = false;
@@ -316,24 +329,35 @@ int DumpInParallel(const std::string& path, const DumpOptions& options, std::uin
       changed.notify_all();
       return;
     }
-    // Buffers come back from the writer emptied, their capacity kept.
-    Done chunk;
+    std::string errors;
     for (;;)
     {
-      std::uint32_t index = 0;
+      std::uint32_t task = 0;
+      // Buffers come back from the writer emptied, their capacity kept: a run's text is
+      // written without growing a new string.
+      Done run;
       {
         std::unique_lock held(lock);
-        changed.wait(held, [&] { return stop || next >= chunkCount || next < written + window; });
-        if (stop || next >= chunkCount)
+        changed.wait(held, [&] { return stop || next >= taskCount || next < written + window; });
+        if (stop || next >= taskCount)
           return;
-        index = next++;
+        task = next++;
+        if (!spare.empty())
+        {
+          run = std::move(spare.back());
+          spare.pop_back();
+        }
       }
-      chunk.text.clear();
-      chunk.errors.clear();
-      chunk.failures = dumper.Dump(index, chunk.text, chunk.errors);
+      const std::uint32_t first = task * kChunksPerTask;
+      for (std::uint32_t index = first; index < std::min(chunkCount, first + kChunksPerTask); ++index)
+      {
+        errors.clear();
+        run.failures += dumper.Dump(index, run.text, errors);
+        if (!errors.empty())
+          run.errors.emplace_back(run.text.size(), errors);
+      }
       const std::lock_guard held(lock);
-      done.emplace(index, std::move(chunk));
-      chunk = Done{};
+      done.emplace(task, std::move(run));
       changed.notify_all();
     }
   };
@@ -344,30 +368,36 @@ int DumpInParallel(const std::string& path, const DumpOptions& options, std::uin
     readers.emplace_back(read);
 
   int failures = 0;
-  for (std::uint32_t index = 0; index < chunkCount; ++index)
+  for (std::uint32_t task = 0; task < taskCount; ++task)
   {
-    Done chunk;
+    Done run;
     {
       std::unique_lock held(lock);
-      changed.wait(held, [&] { return stop || done.count(index) != 0; });
+      changed.wait(held, [&] { return stop || done.count(task) != 0; });
       if (stop)
         break;
-      auto found = done.find(index);
-      chunk = std::move(found->second);
+      auto found = done.find(task);
+      run = std::move(found->second);
       done.erase(found);
-      written = index + 1;
+      written = task + 1;
       changed.notify_all();
     }
-    output.Buffer() += chunk.text;
-    output.MaybeFlush();
-    if (!chunk.errors.empty())
+    std::size_t from = 0;
+    for (const auto& [end, errors] : run.errors)
     {
+      output.WriteBlock(std::string_view(run.text).substr(from, end - from));
       // Messages keep their place among the events.
-      output.Flush();
       std::fflush(stdout);
-      WriteErrors(chunk.errors);
+      WriteErrors(errors);
+      from = end;
     }
-    failures += chunk.failures;
+    output.WriteBlock(std::string_view(run.text).substr(from));
+    failures += run.failures;
+    run.text.clear();
+    run.errors.clear();
+    run.failures = 0;
+    const std::lock_guard held(lock);
+    spare.push_back(std::move(run));
   }
   {
     const std::lock_guard held(lock);

@@ -4,7 +4,9 @@
 #   bash bench/e2e/run.sh [NATC] [ROUNDS] [LOG]
 # NATC defaults to build/tools/natc/natc, ROUNDS to 5, LOG to /tmp/big.evtx (made from the shared
 # samples when missing). Rounds interleave the measures; each figure is the best round's user +
-# system CPU seconds of the whole process (GNU time), with its peak RSS.
+# system CPU seconds of the whole process (GNU time), with its peak RSS. The --threads 2
+# speed-up is wall-clock time (hyperfine) with both runs pinned to CPUs 0 and 1 (taskset);
+# the load average before and after is printed, since other processes' share distorts it.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
@@ -53,6 +55,7 @@ measure_run() {
   awk '{printf "%.2f %d\n", $1 + $2, $3}' "$work/t" >>"$work/run"
 }
 
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 for ((round = 1; round <= rounds; ++round)); do
   measure dump "$natc" evtx dump "$log" --format xml
   measure events "$natc" events --logs "$work/host" --channel Security --once
@@ -76,13 +79,17 @@ if [ $threads = yes ]; then
   # The speed-up is wall-clock time: the threaded dump's CPU time is spread over the cores (on
   # a loaded machine, other processes' share distorts it).
   if command -v hyperfine >/dev/null; then
+    pin=()
+    if command -v taskset >/dev/null && [ "$(nproc)" -ge 2 ]; then pin=(taskset -c 0,1); fi
     hyperfine -N -w 1 -r "$rounds" --export-json "$work/h.json" \
-      "$natc evtx dump $log --format xml" "$natc evtx dump $log --format xml --threads 2" >/dev/null 2>&1 || true
-    python3 - "$work/h.json" <<'PY'
+      "${pin[*]} $natc evtx dump $log --format xml" "${pin[*]} $natc evtx dump $log --format xml --threads 2" \
+      >/dev/null 2>&1 || true
+    python3 - "$work/h.json" "${pin[*]:-unpinned}" <<'PY'
 import json, sys
 r = json.load(open(sys.argv[1]))["results"]
 one, two = min(r[0]["times"]), min(r[1]["times"])
-print(f"dump wall clock: one thread {one:.3f} s, --threads 2 {two:.3f} s, speed-up {one / two:.2f}x")
+print(f"dump wall clock ({sys.argv[2]}): one thread {one:.3f} s, --threads 2 {two:.3f} s, speed-up {one / two:.2f}x")
 PY
   fi
 fi
+echo "load average (1, 5, 15 min) before: $load_before, after: $(cut -d' ' -f1-3 /proc/loadavg); $(nproc) CPUs"

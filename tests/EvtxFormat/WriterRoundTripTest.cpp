@@ -104,23 +104,30 @@ TEST(WriterRoundTrip, EveryValueTypeRendersAsWindowsDoes)
   EXPECT_EQ(records[0].xml, expected);
 }
 
+// The first chunk of a new log holding only `event` (null when it cannot be written or read).
+std::shared_ptr<evtx::Chunk> ChunkOfOneEvent(const TempLog& log, const evtx::WriterEvent& event)
+{
+  evtx::Writer writer;
+  if (!writer.Create(log.Path()) || writer.Append(event) != 1u)
+    return nullptr;
+  writer.Close();
+  evtx::File file;
+  std::shared_ptr<evtx::Chunk> chunk;
+  if (file.Open(log.Path()) != evtx::Status::Ok || file.LoadChunk(0, chunk) != evtx::Status::Ok)
+    return nullptr;
+  return chunk;
+}
+
 TEST(WriterRoundTrip, TreeGivesSystemValuesAndTypedData)
 {
   TempLog log;
-  evtx::Writer writer;
-  ASSERT_TRUE(writer.Create(log.Path()));
   auto e = BaseEvent();
   e.eventId = 7036;
   e.qualifiers = 16384;
   e.userSid = "S-1-5-18";
   e.data = AllTypes();
-  ASSERT_EQ(writer.Append(e), 1u);
-  writer.Close();
-
-  evtx::File file;
-  ASSERT_EQ(file.Open(log.Path()), evtx::Status::Ok);
-  std::shared_ptr<evtx::Chunk> chunk;
-  ASSERT_EQ(file.LoadChunk(0, chunk), evtx::Status::Ok);
+  const auto chunk = ChunkOfOneEvent(log, e);
+  ASSERT_NE(chunk, nullptr);
   ASSERT_EQ(chunk->Records().size(), 1u);
   evtx::EventTree tree;
   ASSERT_EQ(chunk->Decode(chunk->Records()[0], tree), evtx::Status::Ok);
@@ -244,18 +251,12 @@ TEST(WriterRoundTrip, NestedBinaryXmlWithEveryToken)
 TEST(WriterRoundTrip, OneLineRenderingWritesControlsAsPictures)
 {
   TempLog log;
-  evtx::Writer writer;
-  ASSERT_TRUE(writer.Create(log.Path()));
   auto e = BaseEvent();
   e.provider = std::string("P") + '\x01';
   e.data = {{"Text", WriterValue::Text(std::string("a") + '\x02' + "\tb")},
             {"Ansi", WriterValue::Ansi(std::string("c") + '\x1f')}};
-  ASSERT_EQ(writer.Append(e), 1u);
-  writer.Close();
-  evtx::File file;
-  ASSERT_EQ(file.Open(log.Path()), evtx::Status::Ok);
-  std::shared_ptr<evtx::Chunk> chunk;
-  ASSERT_EQ(file.LoadChunk(0, chunk), evtx::Status::Ok);
+  const auto chunk = ChunkOfOneEvent(log, e);
+  ASSERT_NE(chunk, nullptr);
   evtx::RenderOptions options;
   options.escapeLineBreaks = true;
   std::string compiled, fromTree;

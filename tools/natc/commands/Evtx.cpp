@@ -512,7 +512,7 @@ int Info(const std::vector<std::string>& args)
 {
   if (args.size() != 1)
     throw natc::CUsageError(args.empty() ? "evtx info needs a FILE" : "evtx info takes one FILE");
-  if (args[0].rfind("-", 0) == 0)
+  if (args[0].rfind('-', 0) == 0)
     throw natc::CUsageError(natc::UnknownOption(args[0]));
   evtx::File file;
   const evtx::Status status = file.Open(args[0]);
@@ -571,7 +571,7 @@ int RunEvtx(const std::vector<std::string>& args)
     return Dump(rest);
   if (args[0] == "info")
     return Info(rest);
-  throw natc::CUsageError(args[0].rfind("-", 0) == 0 ? natc::UnknownOption(args[0])
+  throw natc::CUsageError(args[0].rfind('-', 0) == 0 ? natc::UnknownOption(args[0])
                                                     : "unknown evtx command '" + args[0] + "' (dump, info)");
 }
 } // namespace

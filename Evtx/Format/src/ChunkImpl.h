@@ -36,8 +36,10 @@ enum class OpKind : std::uint8_t
   Text,         // nothing beyond the prefix (while compiling: append text[off, off+len))
   OpenContent,  // append '>' and remember where the content starts
   Close,        // "</name>" from text, or turn the '>' into "/>" when the content is empty
-  AttrStart,    // append " name='" from text; optional: omit when all its substitutions are NULL
-  AttrEnd,      // append the closing quote, or drop the attribute (see AttrStart)
+  // An attribute made only of optional substitutions, omitted when all of them are NULL (an
+  // attribute that always shows is plain text):
+  AttrStart,    // append " name='" from text
+  AttrEnd,      // append the closing quote, or drop the attribute
   Subst,        // append substitution `subst`
   // Start of an element with substitutions in its content; the element's ops are the next
   // `len`. Its substitutions are elementSubsts[off, off+subst) (index, kOptionalSubst when

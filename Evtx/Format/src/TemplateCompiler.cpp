@@ -209,10 +209,19 @@ private:
         if (status != Status::Ok)
           return;
         const bool optional = onlySubstitutions && anyOptional;
-        impl_.ops[startOp].optional = optional;
         if (tree)
           impl_.tnodes[attribute].optional = optional;
-        impl_.ops.push_back(Op{OpKind::AttrEnd, optional, 0, 0, 0});
+        // An attribute that always shows is plain text around its values.
+        if (optional)
+        {
+          impl_.ops[startOp].optional = true;
+          impl_.ops.push_back(Op{OpKind::AttrEnd, true, 0, 0, 0});
+        }
+        else
+        {
+          impl_.ops[startOp].kind = OpKind::Text;
+          Emit("'");
+        }
       }
       if (status != Status::Ok)
         return;
@@ -230,7 +239,10 @@ private:
       status = Status::BadData;
       return;
     }
-    impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, 0, 0});
+    // The '>' is written into the text too: when the content turns out to be fixed, the op
+    // becomes that text, adjoining the text around it.
+    impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, static_cast<std::uint32_t>(impl_.text.size()), 1});
+    impl_.text += '>';
     // Substitutions directly in the content decide whether the element is shown, and how often.
     // This element's content substitutions: substs_[substsBegin, end) (nested elements push
     // theirs above and take them off again).
@@ -309,11 +321,22 @@ private:
 
   // Literal text with line breaks or with controls XML forbids is rewritten after rendering
   // in one-line output (Chunk::Impl::Run).
-  void NoteLineBreaks(const std::uint8_t* utf16, std::uint32_t units)
+  // The text is checked as written (UTF-8: a byte below 0x20 is that control), eight bytes at
+  // a time, as literal text rarely holds any.
+  void NoteLineBreaks(std::size_t from, std::size_t to)
   {
-    for (std::uint32_t i = 0; i < units; ++i)
+    constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
+    const char* text = impl_.text.data();
+    std::size_t at = from;
+    for (; at + 8 <= to; at += 8)
     {
-      const std::uint16_t c = Le16(utf16 + 2 * std::size_t(i));
+      const std::uint64_t block = Le64(reinterpret_cast<const std::uint8_t*>(text) + at);
+      if (((block - 0x20 * kOnes) & ~block & kHighs) != 0)
+        break;
+    }
+    for (; at < to; ++at)
+    {
+      const auto c = static_cast<unsigned char>(text[at]);
       if (c < 0x20 && c != '\t')
       {
         if (c == '\r' || c == '\n')
@@ -357,8 +380,8 @@ private:
       while (shown > 0 && Le16(chars + 2 * std::size_t(shown - 1)) == 0)
         --shown;
       AppendUtf16(impl_.text, chars, shown, TextEscape::Xml);
+      NoteLineBreaks(from, impl_.text.size());
       EmitAppended(from);
-      NoteLineBreaks(chars, shown);
       Link(parent, NewNode(MakeNode(NodeKind::Value, {},
                                     Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                           2 * units})));
@@ -421,9 +444,9 @@ private:
     const auto from = static_cast<std::uint32_t>(impl_.text.size());
     impl_.text += "<![CDATA[";
     AppendUtf16(impl_.text, chars, units, TextEscape::None);
+    NoteLineBreaks(from, impl_.text.size());
     impl_.text += "]]>";
     EmitAppended(from);
-    NoteLineBreaks(chars, units);
     Link(parent, NewNode(MakeNode(NodeKind::CData, {},
                                   Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                         2 * units})));
@@ -453,11 +476,12 @@ private:
     if (units > 0)
     {
       impl_.text += ' ';
+      const std::size_t data = impl_.text.size();
       AppendUtf16(impl_.text, chars, units, TextEscape::None);
+      NoteLineBreaks(data, impl_.text.size());
     }
     impl_.text += "?>";
     EmitAppended(from);
-    NoteLineBreaks(chars, units);
     Link(parent, NewNode(MakeNode(NodeKind::PI, target,
                                   Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                         2 * units})));
@@ -473,8 +497,8 @@ public:
   std::size_t opsBegun_ = 0;
 };
 // Rewrites a compiled template's ops for rendering: what needs no decision at render time
-// (attributes that are always shown, elements whose content is fixed text) becomes text, and
-// each run of text becomes the prefix of the op after it.
+// (elements whose content is fixed text) becomes text, and each run of text becomes the
+// prefix of the op after it.
 class Fuser
 {
 public:
@@ -506,12 +530,8 @@ private:
     std::vector<std::uint32_t> opened;
     for (auto i = begin; i < ops_.size(); ++i)
     {
-      Op& op = ops_[i];
-      if (op.kind == OpKind::AttrStart && !op.optional)
-        op.kind = OpKind::Text;
-      else if (op.kind == OpKind::AttrEnd && !op.optional)
-        op = TextOp("'");
-      else if (op.kind == OpKind::OpenContent)
+      const Op& op = ops_[i];
+      if (op.kind == OpKind::OpenContent)
         opened.push_back(i);
       else if (op.kind == OpKind::Close && !opened.empty())
       {
@@ -530,7 +550,7 @@ private:
         }
         else
         {
-          ops_[open] = TextOp(">");
+          ops_[open].kind = OpKind::Text;
           ops_[i].kind = OpKind::Text;
         }
       }

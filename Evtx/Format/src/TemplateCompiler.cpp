@@ -527,32 +527,49 @@ private:
 
   void FoldStatic(std::uint32_t begin)
   {
-    std::vector<std::uint32_t> opened;
+    // Per open element: its OpenContent op, whether its content holds an op that is not text,
+    // and whether it holds any text.
+    struct Open
+    {
+      std::uint32_t op;
+      bool dynamic;
+      bool text;
+    };
+    std::vector<Open> opened;
     for (auto i = begin; i < ops_.size(); ++i)
     {
       const Op& op = ops_[i];
       if (op.kind == OpKind::OpenContent)
-        opened.push_back(i);
+      {
+        opened.push_back({i, false, false});
+      }
       else if (op.kind == OpKind::Close && !opened.empty())
       {
-        const std::uint32_t open = opened.back();
+        const Open element = opened.back();
         opened.pop_back();
-        std::uint64_t content = 0;
-        for (auto k = open + 1; k < i && content != kNone; ++k)
-          content = ops_[k].kind == OpKind::Text ? content + ops_[k].len : kNone;
-        if (content == kNone)
+        // A child that keeps its ops makes its parent's content dynamic too.
+        if (element.dynamic && !opened.empty())
+          opened.back().dynamic = true;
+        if (element.dynamic)
           continue;
         // Fixed content: "<name>text</name>"; none at all: "<name/>".
-        if (content == 0)
+        if (!element.text)
         {
-          ops_[open] = TextOp({});
+          ops_[element.op] = TextOp({});
           ops_[i] = TextOp("/>");
         }
         else
         {
-          ops_[open].kind = OpKind::Text;
+          ops_[element.op].kind = OpKind::Text;
           ops_[i].kind = OpKind::Text;
         }
+      }
+      else if (!opened.empty())
+      {
+        if (op.kind != OpKind::Text)
+          opened.back().dynamic = true;
+        else if (op.len != 0)
+          opened.back().text = true;
       }
     }
   }

@@ -3,6 +3,7 @@
 #include "EventAccount.h"
 #include "EventDescription.h"
 #include "EventLogin.h"
+#include "EventNumbers.h"
 
 #include "Collector/Interfaces/FieldNames.h"
 #include "Collector/Interfaces/IHost.h"
@@ -160,20 +161,35 @@ void CEventCollection::updateImpl()
   }
   m_accounts.clear();
 
-  restartClearedLogs(m_session.get());
+  // A log cleared or wrapped under the query makes its result stale: what was delivered stays
+  // delivered, and the query is issued again from the bookmarks, as Microsoft advises for 15011.
+  for (unsigned requery = 0;; ++requery)
   {
-    const std::lock_guard lock(m_lock);
-    queryText = BuildEventQuery(m_filters, m_bookmarks);
+    restartClearedLogs(m_session.get());
+    {
+      const std::lock_guard lock(m_lock);
+      queryText = BuildEventQuery(m_filters, m_bookmarks);
+    }
+    const CEventHandle query(m_api, m_api.Query(m_session.get(), nullptr, queryText.c_str(), queryFlags));
+    if (query.get() == nullptr)
+    {
+      const DWORD error = GetLastError();
+      // Credentials and the host are checked here: the next update logs on afresh.
+      m_session.reset();
+      KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
+    }
+    try
+    {
+      processResults(m_session.get(), query.get());
+      break;
+    }
+    catch (const CWin32Exception& error)
+    {
+      if (error.error() != ERROR_EVT_QUERY_RESULT_STALE || requery == staleRequeries)
+        throw;
+    }
+    log()->Info(L"A log changed while it was read; querying again after the last delivered events");
   }
-  const CEventHandle query(m_api, m_api.Query(m_session.get(), nullptr, queryText.c_str(), queryFlags));
-  if (query.get() == nullptr)
-  {
-    const DWORD error = GetLastError();
-    // Credentials and the host are checked here: the next update logs on afresh.
-    m_session.reset();
-    KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
-  }
-  processResults(m_session.get(), query.get());
   m_batchSize = batchSize;
 }
 
@@ -190,8 +206,21 @@ void CEventCollection::restartClearedLogs(EVT_HANDLE session)
   }
   for (const auto& [path, recordId] : marked)
   {
+    __int64 lowest = 0;
+    if (!lowestRecordFrom(session, path, recordId, lowest))
+      continue;
+    if (lowest > recordId + 1)
+    {
+      // A wrapped log overwrote its oldest chunks: the next record after the bookmark is gone.
+      if (const auto reported = m_reportedGaps.find(path);
+          reported == m_reportedGaps.end() || reported->second != recordId)
+        log()->Info(fmt::format(L"Log {} wrapped: events {} to {} may have been overwritten before they were read",
+                                path, recordId + 1, lowest - 1));
+      m_reportedGaps[path] = recordId;
+      continue;
+    }
     // A cleared or recreated log numbers its records from 1 again: none reaches the bookmark.
-    if (!isBelowBookmark(session, path, recordId))
+    if (lowest != 0)
       continue;
     log()->Info(fmt::format(L"Log {} was cleared; reading it from the start", path));
     const std::lock_guard lock(m_lock);
@@ -199,23 +228,35 @@ void CEventCollection::restartClearedLogs(EVT_HANDLE session)
   }
 }
 
-bool CEventCollection::isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId)
+bool CEventCollection::lowestRecordFrom(EVT_HANDLE session, const tstring& path, __int64 recordId, __int64& lowest)
 {
   // Asked of the record numbers themselves, not of the last event in file order: damaged or
-  // recovered files do not always keep their events in number order.
+  // recovered files do not always keep their events in number order. Oldest first, the first
+  // event is the lowest number at or above the bookmark.
   const tstring atOrAbove = fmt::format(L"*[System[(EventRecordID>={})]]", recordId);
   const CEventHandle query(m_api, m_api.Query(session, path.c_str(), atOrAbove.c_str(), EvtQueryChannelPath));
   if (query.get() == nullptr)
     return false;
   EVT_HANDLE found = nullptr;
   DWORD returned = 0;
-  if (m_api.Next(query.get(), 1, &found, m_nextTimeout, 0, &returned))
+  if (!m_api.Next(query.get(), 1, &found, m_nextTimeout, 0, &returned))
   {
-    if (returned != 0)
-      m_api.Close(found);
-    return false;
+    lowest = 0;
+    return GetLastError() == ERROR_NO_MORE_ITEMS;
   }
-  return GetLastError() == ERROR_NO_MORE_ITEMS;
+  if (returned == 0)
+    return false;
+  const CEventHandle event(m_api, found);
+  lowest = recordId;
+  try
+  {
+    m_xmlReader.Read(renderXml(event.get()), m_xmlText);
+    lowest = std::max(recordId, WToI64(m_xmlText.EventRecordId));
+  }
+  catch (const std::exception&) // NOLINT(bugprone-empty-catch): an unreadable event tells only that one exists
+  {
+  }
+  return true;
 }
 
 const tstring& CEventCollection::bookmarkPath(const tstring& eventPath) const
@@ -342,8 +383,7 @@ void CEventCollection::advanceBookmark(const tstring& channel, __int64 recordId)
     found->second = recordId;
 }
 
-std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,
-                                                                tstring& channel, __int64& recordId)
+std::wstring_view CEventCollection::renderXml(EVT_HANDLE event)
 {
   // The size first, then the text into a buffer of that many bytes.
   DWORD used = 0;
@@ -357,9 +397,13 @@ std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE sessi
     m_renderBuffer.resize(characters);
   if (!m_api.Render(nullptr, event, EvtRenderEventXml, used, m_renderBuffer.data(), &used, &properties))
     KELDA_THROW(CWin32Exception(GetLastError()));
-  const std::wstring_view xml(m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), characters));
+  return {m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), characters)};
+}
 
-  m_xmlReader.Read(xml, m_xmlText);
+std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,
+                                                                tstring& channel, __int64& recordId)
+{
+  m_xmlReader.Read(renderXml(event), m_xmlText);
   SEventValues values = MakeEventValues(m_xmlText);
   tstring description = FormatEventDescription(m_api, session, values.SourceName, event);
   auto account = m_accounts.find(m_xmlText.UserId);

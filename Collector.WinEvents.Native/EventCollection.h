@@ -8,7 +8,8 @@
 // The Event Log API session is opened on the first update and kept; a session that fails at
 // EvtQuery (bad credentials, host gone) and SetUser close it, and the next update opens another.
 // Bookmarks are kept per path the events were read from (case ignored); a channel whose newest
-// record is below its bookmark was cleared and is read again from its first record.
+// record is below its bookmark was cleared and is read again from its first record. A query
+// whose result goes stale (a log cleared or wrapped while read) is issued again at once.
 #pragma once
 
 #include "CollectionBase.h"
@@ -57,6 +58,9 @@ public:
   static constexpr DWORD nextTimeout = 0xFFFFFFFF;
   // EvtQuery flags: channel paths, oldest first, a bad channel does not spoil the others.
   static constexpr DWORD queryFlags = EvtQueryChannelPath | EvtQueryForwardDirection | EvtQueryTolerateQueryErrors;
+  // Queries issued again within one update after their result went stale (a log cleared or
+  // wrapped while read); one more stale result fails the update.
+  static constexpr unsigned staleRequeries = 3;
 
 protected:
   // One pass: open the session once, run the query list, deliver the results.
@@ -77,10 +81,14 @@ private:
   bool readEventPath(EVT_HANDLE event, tstring& path);
   // The filter Path that names the event's path (a file's "file://" form), else the path itself.
   const tstring& bookmarkPath(const tstring& eventPath) const;
-  // Sets to 0 the bookmark of every filtered channel whose newest record lies below it.
+  // Sets to 0 the bookmark of every filtered channel whose newest record lies below it, and
+  // logs a channel that wrapped past the record after its bookmark.
   void restartClearedLogs(EVT_HANDLE session);
-  // True when the channel holds no record numbered recordId or above (false when unknown).
-  bool isBelowBookmark(EVT_HANDLE session, const tstring& path, __int64 recordId);
+  // The lowest record number of the channel at or above recordId (0 when none is); false when
+  // the channel cannot tell.
+  bool lowestRecordFrom(EVT_HANDLE session, const tstring& path, __int64 recordId, __int64& lowest);
+  // The event's XML in the render buffer; throws when it cannot be rendered.
+  std::wstring_view renderXml(EVT_HANDLE event);
 
   SEventLogApi m_api;
   // Guards the filters and the bookmarks against callers reading or setting them during an update.
@@ -102,6 +110,8 @@ private:
   tstring m_path;
   // The filters' paths, as of the current update.
   std::vector<tstring> m_filterPaths;
+  // Per path, the bookmark at which a wrap past unread events was last logged (logged once).
+  EventBookmarks m_reportedGaps;
   // "InitiatedBy" per SID text, for the current update only: an update looks each account up
   // once, the next one asks the system again (accounts may have been renamed meanwhile).
   std::unordered_map<tstring, tstring> m_accounts;

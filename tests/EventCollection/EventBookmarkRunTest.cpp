@@ -1,6 +1,7 @@
 // Bookmarks, sessions and batches over a scripted Event Log API: the path an event was read
 // from, channel names in other case, sessions failing at EvtQuery, SetUser, replies too large
-// for a batch (RPC_S_INVALID_BOUND), cleared logs, and bookmarks handed to a new collection.
+// for a batch (RPC_S_INVALID_BOUND), results gone stale (ERROR_EVT_QUERY_RESULT_STALE), cleared
+// logs, and bookmarks handed to a new collection.
 #include "EventTestSupport.h"
 #include "ScriptedApi.h"
 
@@ -159,6 +160,62 @@ TEST_F(EventBookmarkRun, ALogWhoseNewestRecordIsAtItsBookmarkIsNotCleared)
   EXPECT_EQ(g_api.newestQueries, std::vector<std::wstring>{L"System"});
   EXPECT_EQ(capture.Sink().Count(L"was cleared"), 0u);
   EXPECT_NE(g_api.queries.back().find(L"EventRecordID&gt;5"), std::wstring::npos);
+}
+
+// The record numbers delivered so far, in order (each scripted event's data is its number).
+std::vector<int> Delivered(const CCollectingSubscriber& subscriber)
+{
+  std::vector<int> numbers;
+  for (const auto& record : subscriber.Records())
+    numbers.push_back(IndexOf(*record));
+  return numbers;
+}
+
+std::vector<int> Numbers(int first, int last)
+{
+  std::vector<int> numbers;
+  for (int n = first; n <= last; ++n)
+    numbers.push_back(n);
+  return numbers;
+}
+
+TEST_F(EventBookmarkRun, AStaleResultIsQueriedAgainFromTheBookmarkWithinTheUpdate)
+{
+  SetChannels({L"System"});
+  Script(L"System", 1, 250);
+  g_api.honourBounds = true;
+  g_api.staleAt = {130};
+  natc_test::CLoggerCapture capture(ELogLevel::Info);
+  EXPECT_NO_THROW(collection->UpdateOnce());
+  EXPECT_EQ(Delivered(*subscriber), Numbers(1, 250));
+  ASSERT_EQ(g_api.queries.size(), 2u);
+  EXPECT_NE(g_api.queries.back().find(L"EventRecordID&gt;130"), std::wstring::npos) << g_api.queries.back();
+  EXPECT_EQ(capture.Sink().Count(L"querying again after the last delivered events"), 1u);
+  EXPECT_EQ(collection->GetBookmarks().at(L"System"), 250);
+}
+
+TEST_F(EventBookmarkRun, AResultStaleTooOftenFailsTheUpdateAndTheNextGoesOnFromTheBookmark)
+{
+  SetChannels({L"System"});
+  Script(L"System", 1, 10);
+  g_api.honourBounds = true;
+  for (std::size_t at = 1; at <= CEventCollection::staleRequeries + 1; ++at)
+    g_api.staleAt.insert(at);
+  try
+  {
+    collection->UpdateOnce();
+    ADD_FAILURE() << "the update did not fail";
+  }
+  catch (const CWin32Exception& error)
+  {
+    EXPECT_EQ(error.error(), ERROR_EVT_QUERY_RESULT_STALE);
+  }
+  EXPECT_EQ(g_api.queries.size(), CEventCollection::staleRequeries + 1);
+  // What was delivered stays delivered; the next update starts after it.
+  EXPECT_EQ(Delivered(*subscriber), Numbers(1, 4));
+  EXPECT_EQ(collection->GetBookmarks().at(L"System"), 4);
+  collection->UpdateOnce();
+  EXPECT_EQ(Delivered(*subscriber), Numbers(1, 10));
 }
 
 TEST_F(EventBookmarkRun, BookmarksHandedToANewCollectionResumeAfterTheLastEvent)

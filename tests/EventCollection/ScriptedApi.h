@@ -29,6 +29,12 @@ struct SScriptedApi
   DWORD nextError = 0;
   // EvtNext asked for more events than this fails with RPC_S_INVALID_BOUND (0: no bound).
   DWORD replyLimit = 0;
+  // EvtNext fails once with ERROR_EVT_QUERY_RESULT_STALE when it reaches each of these events
+  // (indexes into `events`), as when the log is cleared or wraps under the query.
+  std::set<std::size_t> staleAt;
+  // A query of the list starts after the events its "EventRecordID>N" bound leaves out, as the
+  // service reads a log: otherwise every query starts at the first event.
+  bool honourBounds = false;
   // The path EvtGetEventInfo reports per event (by index); events beyond it have none.
   std::vector<std::wstring> paths;
   // The newest record number of the channel a query of one channel reads (0: it is empty);
@@ -101,6 +107,22 @@ inline EVT_HANDLE ScriptedOpenSession(EVT_LOGIN_CLASS, PVOID login, DWORD, DWORD
   return AsHandle(scriptedSession);
 }
 
+// The record number in an event's XML.
+inline long long RecordIdOf(const std::wstring& xml)
+{
+  const std::wstring tag = L"<EventRecordID>";
+  const std::size_t at = xml.find(tag);
+  return at == std::wstring::npos ? 0 : std::stoll(xml.substr(at + tag.size()));
+}
+
+// N of the first "EventRecordID&gt;N" in a query list (0 for none).
+inline long long QueryBound(const std::wstring& query)
+{
+  const std::wstring bound = L"EventRecordID&gt;";
+  const std::size_t at = query.find(bound);
+  return at == std::wstring::npos ? 0 : std::stoll(query.substr(at + bound.size()));
+}
+
 inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD flags) noexcept
 {
   if (path != nullptr)
@@ -124,6 +146,9 @@ inline EVT_HANDLE ScriptedQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD f
     return nullptr;
   }
   g_api.cursor = 0;
+  if (g_api.honourBounds)
+    while (g_api.cursor < g_api.events.size() && RecordIdOf(g_api.events[g_api.cursor]) <= QueryBound(query))
+      ++g_api.cursor;
   return AsHandle(scriptedQuery);
 }
 
@@ -154,14 +179,22 @@ inline BOOL ScriptedNext(EVT_HANDLE query, DWORD size, PEVT_HANDLE events, DWORD
     SetLastError(RPC_S_INVALID_BOUND);
     return FALSE;
   }
+  if (g_api.staleAt.erase(g_api.cursor) != 0)
+  {
+    SetLastError(ERROR_EVT_QUERY_RESULT_STALE);
+    return FALSE;
+  }
   if (g_api.cursor >= g_api.events.size())
   {
     *returned = 0;
     SetLastError(ERROR_NO_MORE_ITEMS);
     return FALSE;
   }
+  // A batch ends where the log changes.
+  const auto stale = g_api.staleAt.lower_bound(g_api.cursor);
+  const std::size_t end = stale == g_api.staleAt.end() ? g_api.events.size() : std::min(*stale, g_api.events.size());
   DWORD count = 0;
-  while (count < size && g_api.cursor < g_api.events.size())
+  while (count < size && g_api.cursor < end)
     events[count++] = AsHandle(scriptedFirstEvent + g_api.cursor++);
   *returned = count;
   g_api.nextReturned.push_back(count);

@@ -54,9 +54,12 @@ std::shared_ptr<collector::ni::ICollectionTypes::ISubscriber> CStateKeeper::Subs
 void CStateKeeper::recordsDelivered(std::size_t count)
 {
   bool saveNow = false;
+  bool wasClean = false;
   {
     const std::lock_guard lock(m_lock);
+    wasClean = !m_dirty;
     m_dirty = true;
+    m_delivered += count;
     m_sinceSave += count;
     if (m_sinceSave >= saveEvery)
     {
@@ -65,10 +68,10 @@ void CStateKeeper::recordsDelivered(std::size_t count)
     }
   }
   // A full batch is saved before the collection delivers more, which bounds what a crash repeats;
-  // the rest is saved by the keeper's thread.
+  // the rest is saved by the keeper's thread once the records pause.
   if (saveNow)
     Save();
-  else
+  else if (wasClean)
     m_wake.notify_one();
 }
 
@@ -78,8 +81,15 @@ void CStateKeeper::run()
   for (;;)
   {
     m_wake.wait(lock, [this] { return m_dirty || m_stopping; });
-    if (m_stopping)
-      return;
+    // While records keep coming their deliverer saves every batch; an fsync per record would
+    // cost more than the reading.
+    for (std::size_t seen = m_delivered;; seen = m_delivered)
+    {
+      if (m_wake.wait_for(lock, quietDelay, [this] { return m_stopping; }))
+        return;
+      if (m_delivered == seen)
+        break;
+    }
     m_dirty = false;
     m_sinceSave = 0;
     lock.unlock();

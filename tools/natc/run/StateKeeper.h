@@ -1,8 +1,9 @@
 // Keeps the state file of `natc run --state FILE` up to date while collections run. It hands
 // each "WindowsEvents" collection the bookmarks the file holds for it (before Run), and, as a
 // subscriber, saves every collection's bookmarks after records were delivered, after flushing
-// the output, so that the file never names an event not yet written: itself after every 100
-// records (before the collection goes on), and on its own thread for the records since.
+// the output, so that the file never names an event not yet written: itself after every 99
+// records (before the collection goes on), so that a crash repeats at most one batch of 100, and
+// on its own thread for the records since, once they pause.
 //   CStateKeeper keeper(path, loaded, stdout);
 //   keeper.Add(L"event logs", "collections[0]", collection);   // restores its bookmarks
 //   runner.Subscribe(keeper.Subscriber()); runner.Start(); ... runner.Stop(); keeper.Stop();
@@ -14,6 +15,7 @@
 
 #include "Collector/Interfaces/ICollection.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <memory>
@@ -50,6 +52,9 @@ private:
   // Records after which the subscriber itself saves: the record being delivered is not in the
   // bookmarks yet, so a crash repeats at most this many plus one, an Event Log API batch of 100.
   static constexpr std::size_t saveEvery = 99;
+  // The pause in the records after which the keeper's thread saves the rest: the output's own
+  // delay before it writes the end of a burst.
+  static constexpr std::chrono::milliseconds quietDelay = natc::CBlockOutput::flushDelay;
 
   struct SKept
   {
@@ -69,6 +74,7 @@ private:
   std::condition_variable m_wake;
   bool m_dirty = false;
   std::size_t m_sinceSave = 0;
+  std::size_t m_delivered = 0;
   bool m_stopping = false;
   std::shared_ptr<CSubscriber> m_subscriber;
   std::thread m_thread;

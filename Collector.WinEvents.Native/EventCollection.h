@@ -13,6 +13,7 @@
 
 #include "CollectionBase.h"
 #include "EventLogApi.h"
+#include "EventPublishers.h"
 #include "EventQuery.h"
 #include "EventXml.h"
 
@@ -77,6 +78,8 @@ private:
   bool readEventPath(EVT_HANDLE event, tstring& path);
   // The filter Path that names the event's path (a file's "file://" form), else the path itself.
   const tstring& bookmarkPath(const tstring& eventPath) const;
+  // bookmarkPath of the event's path, remembered for the next event of the same path.
+  const tstring& lastBookmarkPath(const tstring& eventPath);
   // Sets to 0 the bookmark of every filtered channel whose newest record lies below it.
   void restartClearedLogs(EVT_HANDLE session);
   // True when the channel holds no record numbered recordId or above (false when unknown).
@@ -94,6 +97,7 @@ private:
   DWORD m_nextTimeout = nextTimeout;
 
   // Reused from event to event by createRecord (one update at a time).
+  CPublisherMetadataCache m_publishers{m_api};
   std::vector<wchar_t> m_renderBuffer;
   CEventXmlReader m_xmlReader;
   SEventXmlText m_xmlText;
@@ -102,6 +106,8 @@ private:
   tstring m_path;
   // The filters' paths, as of the current update.
   std::vector<tstring> m_filterPaths;
+  tstring m_lastEventPath;
+  tstring m_lastBookmarkPath;
   // "InitiatedBy" per SID text, for the current update only: an update looks each account up
   // once, the next one asks the system again (accounts may have been renamed meanwhile).
   std::unordered_map<tstring, tstring> m_accounts;

@@ -10,11 +10,23 @@
 
 namespace collector::ni::impl
 {
+namespace
+{
+// towupper of the character; ASCII, all of most channel paths, without the library call (the
+// process keeps the C locale, where towupper maps ASCII just so).
+std::wint_t Upper(wchar_t c) noexcept
+{
+  const auto code = static_cast<std::wint_t>(c);
+  if (code < 0x80)
+    return code >= L'a' && code <= L'z' ? code - (L'a' - L'A') : code;
+  return std::towupper(code);
+}
+} // namespace
+
 bool SChannelPathLess::operator()(std::wstring_view a, std::wstring_view b) const noexcept
 {
-  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(), [](wchar_t x, wchar_t y) {
-    return std::towupper(static_cast<std::wint_t>(x)) < std::towupper(static_cast<std::wint_t>(y));
-  });
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                      [](wchar_t x, wchar_t y) { return Upper(x) < Upper(y); });
 }
 
 namespace

@@ -78,6 +78,7 @@ public:
     }
     if (digits == 0)
       return false;
+    const std::size_t mantissaEnd = i;
     if (i < m_text.size() && (m_text[i] == L'e' || m_text[i] == L'E'))
     {
       std::size_t e = i + 1;
@@ -89,6 +90,31 @@ public:
           ++e;
         i = e;
       }
+    }
+    // Up to 15 digits without exponent, the times' own form: the digits as an integer divided
+    // by a power of ten are two exact doubles, so the quotient is the correctly rounded value
+    // from_chars gives.
+    if (i == mantissaEnd && digits <= maxExactDigits)
+    {
+      std::uint64_t whole = 0;
+      std::size_t scale = 0;
+      bool fraction = false;
+      for (std::size_t k = begin; k < i; ++k)
+      {
+        const wchar_t c = m_text[k];
+        if (c == L'.')
+          fraction = true;
+        else if (IsDigit(c))
+        {
+          whole = whole * 10u + static_cast<std::uint64_t>(c - L'0');
+          scale += fraction ? 1 : 0;
+        }
+      }
+      out = static_cast<double>(whole) / powersOfTen[scale];
+      if (m_text[begin] == L'-')
+        out = -out;
+      m_at = i;
+      return true;
     }
     // The number is plain ASCII; from_chars reads it without the locale (it takes no '+').
     std::string number;
@@ -117,6 +143,10 @@ public:
   }
 
 private:
+  static constexpr std::size_t maxExactDigits = 15;
+  static constexpr double powersOfTen[maxExactDigits + 1] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                             1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+
   void skipSpace() noexcept
   {
     while (m_at < m_text.size() && IsScanSpace(m_text[m_at]))

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
 namespace
 {
 using namespace collector::ni::impl;
@@ -111,6 +115,26 @@ TEST(ParseEventTime, ScansLikeTheRuntime)
   EXPECT_EQ(ScanEventTime(L"2024 -05").Items, 1);
   // A short keeps the low 16 bits of what it reads.
   EXPECT_EQ(ScanEventTime(L"65537-1").Year, 1);
+}
+
+TEST(ParseEventTime, SecondsAreTheDoubleTheRuntimeReads)
+{
+  // Every text the scanner reads as digits is read to the same double as strtod reads it.
+  std::uint64_t state = 88172645463325252ull;
+  for (int i = 0; i < 20000; ++i)
+  {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    const int digits = 1 + static_cast<int>(state % 9);
+    std::string seconds = std::to_string(state % 60) + "." + std::to_string(state / 60).substr(0, digits);
+    if (i % 3 == 0)
+      seconds = "-" + seconds;
+    const std::wstring text = L"2024-05-01T10:20:" + std::wstring(seconds.begin(), seconds.end()) + L"Z";
+    const SScannedEventTime scanned = ScanEventTime(text);
+    ASSERT_EQ(scanned.Items, 6) << seconds;
+    ASSERT_EQ(scanned.Seconds, std::strtod(seconds.c_str(), nullptr)) << seconds;
+  }
 }
 
 TEST(ParseEventTime, FieldsOutOfRangeAreInvalid)

@@ -220,7 +220,11 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
   CJsonLineWriter& text = *this;
   m_nextKey = 0;
   Header(collection, className);
-  if (const auto* composition = dynamic_cast<const collector::ni::ICompositionRecord*>(&record))
+  // One cast for the usual record, which is also a composition record.
+  const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record);
+  const auto* composition =
+    onVector != nullptr ? onVector : dynamic_cast<const collector::ni::ICompositionRecord*>(&record);
+  if (composition != nullptr)
   {
     writer.Key("type");
     writer.Uint(composition->GetType());
@@ -237,7 +241,10 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
     writer.EndObject();
   }
   writer.Key("fields");
-  WriteRecordFields(writer, text, record);
+  if (onVector != nullptr)
+    WriteFields(writer, text, onVector->GetFields());
+  else
+    WriteRecordFields(writer, text, record);
   writer.EndObject();
   out.Put('\n');
 }

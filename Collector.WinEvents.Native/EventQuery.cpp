@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cwctype>
 #include <iterator>
+#include <type_traits>
 
 namespace collector::ni::impl
 {
@@ -16,10 +17,11 @@ namespace
 // process keeps the C locale, where towupper maps ASCII just so).
 std::wint_t Upper(wchar_t c) noexcept
 {
-  const auto code = static_cast<std::wint_t>(c);
+  // NOLINTNEXTLINE(bugprone-signed-char-misuse): a wide character, whose code is taken as unsigned
+  const std::make_unsigned_t<wchar_t> code = c;
   if (code < 0x80)
-    return code >= L'a' && code <= L'z' ? code - (L'a' - L'A') : code;
-  return std::towupper(code);
+    return code >= 'a' && code <= 'z' ? code - ('a' - 'A') : code;
+  return std::towupper(static_cast<std::wint_t>(code));
 }
 } // namespace
 

@@ -129,7 +129,7 @@ TEST(ParseEventTime, SecondsAreTheDoubleTheRuntimeReads)
     const int digits = 1 + static_cast<int>(state % 9);
     std::string seconds = std::to_string(state % 60) + "." + std::to_string(state / 60).substr(0, digits);
     if (i % 3 == 0)
-      seconds = "-" + seconds;
+      seconds.insert(0, "-");
     const std::wstring text = L"2024-05-01T10:20:" + std::wstring(seconds.begin(), seconds.end()) + L"Z";
     const SScannedEventTime scanned = ScanEventTime(text);
     ASSERT_EQ(scanned.Items, 6) << seconds;

@@ -137,6 +137,24 @@ TEST(ParseEventTime, SecondsAreTheDoubleTheRuntimeReads)
   }
 }
 
+TEST(ParseEventTime, TheUsualLayoutReadsAsTheGeneralScan)
+{
+  // A leading space takes the general path; the fields must not differ.
+  for (const std::wstring text : {L"2024-05-01T10:20:30.1234567Z", L"0001-12-31T23:59:59.9995Z",
+                                  L"9999-00-99T99:00:7e1Z", L"2024-05-01T10:20:Z", L"2024-05-01T10:20:-0.5Z"})
+  {
+    const SScannedEventTime fixed = ScanEventTime(text);
+    const SScannedEventTime general = ScanEventTime(L" " + text);
+    EXPECT_EQ(fixed.Items, general.Items);
+    EXPECT_EQ(fixed.Year, general.Year);
+    EXPECT_EQ(fixed.Month, general.Month);
+    EXPECT_EQ(fixed.Day, general.Day);
+    EXPECT_EQ(fixed.Hour, general.Hour);
+    EXPECT_EQ(fixed.Minute, general.Minute);
+    EXPECT_EQ(fixed.Seconds, general.Seconds);
+  }
+}
+
 TEST(ParseEventTime, FieldsOutOfRangeAreInvalid)
 {
   EXPECT_EQ(ParseEventTime(L"2024-13-01T10:20:30Z").GetStatus(), COleDateTimeEx::invalid);

@@ -66,6 +66,19 @@ private:
   std::array<EVT_HANDLE, CEventCollection::batchSize> m_events{};
   DWORD m_count = 0;
 };
+
+// Closes the publisher metadata an update opened when it ends, however it ends.
+class CPublishersOfUpdate
+{
+public:
+  explicit CPublishersOfUpdate(CPublisherMetadataCache& cache) noexcept : m_cache(cache) {}
+  ~CPublishersOfUpdate() { m_cache.Clear(); }
+  CPublishersOfUpdate(const CPublishersOfUpdate&) = delete;
+  CPublishersOfUpdate& operator=(const CPublishersOfUpdate&) = delete;
+
+private:
+  CPublisherMetadataCache& m_cache;
+};
 } // namespace
 
 // The pool is taken by value as every collection's constructor takes it (a pool handle is a
@@ -147,6 +160,7 @@ void CEventCollection::updateImpl()
     if (m_filters.empty())
       return;
     m_filterPaths.clear();
+    m_lastEventPath.clear();
     for (const auto& filter : m_filters)
       m_filterPaths.push_back(filter.Path);
   }
@@ -275,6 +289,17 @@ const tstring& CEventCollection::bookmarkPath(const tstring& eventPath) const
   return eventPath;
 }
 
+const tstring& CEventCollection::lastBookmarkPath(const tstring& eventPath)
+{
+  // Events come in runs from one path: the filter that names it is looked for once per run.
+  if (m_lastEventPath.empty() || m_lastEventPath != eventPath)
+  {
+    m_lastBookmarkPath = bookmarkPath(eventPath);
+    m_lastEventPath = eventPath;
+  }
+  return m_lastBookmarkPath;
+}
+
 bool CEventCollection::readEventPath(EVT_HANDLE event, tstring& path)
 {
   DWORD used = 0;
@@ -322,6 +347,7 @@ bool CEventCollection::openSession(DWORD& error)
 void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
 {
   const std::shared_ptr<ICancellationToken> token = cancellationToken();
+  const CPublishersOfUpdate publishers(m_publishers);
   CEventBatch batch(m_api);
   for (;;)
   {
@@ -354,7 +380,7 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
         std::shared_ptr<IRecord> record = createRecord(session, batch[i], m_channel, recordId);
         notifyRecords(Records(&record, 1));
         // Kept under the path read from: the rendered Channel may differ from the query's Path.
-        advanceBookmark(readEventPath(batch[i], m_path) ? bookmarkPath(m_path) : m_channel, recordId);
+        advanceBookmark(readEventPath(batch[i], m_path) ? lastBookmarkPath(m_path) : m_channel, recordId);
       }
       catch (const CInterruptedException&)
       {
@@ -405,7 +431,7 @@ std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE sessi
 {
   m_xmlReader.Read(renderXml(event), m_xmlText);
   SEventValues values = MakeEventValues(m_xmlText);
-  tstring description = FormatEventDescription(m_api, session, values.SourceName, event);
+  tstring description = FormatEventDescription(m_api, m_publishers.Get(session, values.SourceName), event);
   auto account = m_accounts.find(m_xmlText.UserId);
   if (account == m_accounts.end())
     account = m_accounts.emplace(m_xmlText.UserId, ResolveEventAccount(m_xmlText.UserId)).first;

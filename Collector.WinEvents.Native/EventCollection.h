@@ -14,6 +14,7 @@
 
 #include "CollectionBase.h"
 #include "EventLogApi.h"
+#include "EventPublishers.h"
 #include "EventQuery.h"
 #include "EventXml.h"
 
@@ -81,6 +82,8 @@ private:
   bool readEventPath(EVT_HANDLE event, tstring& path);
   // The filter Path that names the event's path (a file's "file://" form), else the path itself.
   const tstring& bookmarkPath(const tstring& eventPath) const;
+  // bookmarkPath of the event's path, remembered for the next event of the same path.
+  const tstring& lastBookmarkPath(const tstring& eventPath);
   // Sets to 0 the bookmark of every filtered channel whose newest record lies below it, and
   // logs a channel that wrapped past the record after its bookmark.
   void restartClearedLogs(EVT_HANDLE session);
@@ -102,6 +105,7 @@ private:
   DWORD m_nextTimeout = nextTimeout;
 
   // Reused from event to event by createRecord (one update at a time).
+  CPublisherMetadataCache m_publishers{m_api};
   std::vector<wchar_t> m_renderBuffer;
   CEventXmlReader m_xmlReader;
   SEventXmlText m_xmlText;
@@ -112,6 +116,8 @@ private:
   std::vector<tstring> m_filterPaths;
   // Per path, the bookmark at which a wrap past unread events was last logged (logged once).
   EventBookmarks m_reportedGaps;
+  tstring m_lastEventPath;
+  tstring m_lastBookmarkPath;
   // "InitiatedBy" per SID text, for the current update only: an update looks each account up
   // once, the next one asks the system again (accounts may have been renamed meanwhile).
   std::unordered_map<tstring, tstring> m_accounts;

@@ -32,18 +32,23 @@ tstring FormatEventDescription(const SEventLogApi& api, EVT_HANDLE session, cons
                                EVT_HANDLE event)
 {
   const CMetadataHandle metadata(api, api.OpenPublisherMetadata(session, provider.c_str(), nullptr, 0, 0));
-  if (metadata.get() == nullptr)
+  return FormatEventDescription(api, metadata.get(), event);
+}
+
+tstring FormatEventDescription(const SEventLogApi& api, EVT_HANDLE metadata, EVT_HANDLE event)
+{
+  if (metadata == nullptr)
     return {};
 
   DWORD used = 0;
-  if (api.FormatMessage(metadata.get(), event, 0, 0, nullptr, EvtFormatMessageEvent, 0, nullptr, &used))
+  if (api.FormatMessage(metadata, event, 0, 0, nullptr, EvtFormatMessageEvent, 0, nullptr, &used))
     return {};
   if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
     return eventDescriptionFailure;
 
   std::vector<wchar_t> buffer(used, L'\0');
   tstring description;
-  if (!api.FormatMessage(metadata.get(), event, 0, 0, nullptr, EvtFormatMessageEvent, used, buffer.data(), &used) &&
+  if (!api.FormatMessage(metadata, event, 0, 0, nullptr, EvtFormatMessageEvent, used, buffer.data(), &used) &&
       GetLastError() != ERROR_EVT_UNRESOLVED_VALUE_INSERT)
   {
     description = eventDescriptionFailure;

@@ -16,4 +16,6 @@ inline constexpr const wchar_t* eventDescriptionFailure = L"Event description di
 
 tstring FormatEventDescription(const SEventLogApi& api, EVT_HANDLE session, const tstring& provider,
                                EVT_HANDLE event);
+// The same with the provider's metadata already open (null: the provider has none).
+tstring FormatEventDescription(const SEventLogApi& api, EVT_HANDLE metadata, EVT_HANDLE event);
 } // namespace collector::ni::impl

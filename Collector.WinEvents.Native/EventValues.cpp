@@ -32,7 +32,7 @@ bool HasNonZeroDigit(const std::string& number) noexcept
 class CScanner
 {
 public:
-  explicit CScanner(std::wstring_view text) noexcept : m_text(text) {}
+  explicit CScanner(std::wstring_view text, std::size_t at = 0) noexcept : m_text(text), m_at(at) {}
 
   // "%hd": white space, optional sign, at least one digit; the value is kept modulo 2^16 as
   // the runtime's store into a short does.
@@ -78,6 +78,7 @@ public:
     }
     if (digits == 0)
       return false;
+    const std::size_t mantissaEnd = i;
     if (i < m_text.size() && (m_text[i] == L'e' || m_text[i] == L'E'))
     {
       std::size_t e = i + 1;
@@ -89,6 +90,31 @@ public:
           ++e;
         i = e;
       }
+    }
+    // Up to 15 digits without exponent, the times' own form: the digits as an integer divided
+    // by a power of ten are two exact doubles, so the quotient is the correctly rounded value
+    // from_chars gives.
+    if (i == mantissaEnd && digits <= maxExactDigits)
+    {
+      std::uint64_t whole = 0;
+      std::size_t scale = 0;
+      bool fraction = false;
+      for (std::size_t k = begin; k < i; ++k)
+      {
+        const wchar_t c = m_text[k];
+        if (c == L'.')
+          fraction = true;
+        else if (IsDigit(c))
+        {
+          whole = whole * 10u + static_cast<std::uint64_t>(c - L'0');
+          scale += fraction ? 1 : 0;
+        }
+      }
+      out = static_cast<double>(whole) / powersOfTen[scale];
+      if (m_text[begin] == L'-')
+        out = -out;
+      m_at = i;
+      return true;
     }
     // The number is plain ASCII; from_chars reads it without the locale (it takes no '+').
     std::string number;
@@ -117,6 +143,10 @@ public:
   }
 
 private:
+  static constexpr std::size_t maxExactDigits = 15;
+  static constexpr double powersOfTen[maxExactDigits + 1] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                             1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+
   void skipSpace() noexcept
   {
     while (m_at < m_text.size() && IsScanSpace(m_text[m_at]))
@@ -149,9 +179,48 @@ __int64 MakeInternalId(__int64 qualifiers, __int64 eventId) noexcept
   return static_cast<__int64>(shifted | static_cast<std::uint64_t>(eventId));
 }
 
+namespace
+{
+// The layout of every event's time up to its seconds; '0' stands for a digit.
+constexpr std::wstring_view timeLayout = L"0000-00-00T00:00:";
+
+bool HasTimeLayout(std::wstring_view text) noexcept
+{
+  if (text.size() < timeLayout.size())
+    return false;
+  for (std::size_t i = 0; i < timeLayout.size(); ++i)
+    if (timeLayout[i] == L'0' ? !IsDigit(text[i]) : text[i] != timeLayout[i])
+      return false;
+  return true;
+}
+
+short DigitsAt(std::wstring_view text, std::size_t at, std::size_t count) noexcept
+{
+  int value = 0;
+  for (std::size_t i = at; i < at + count; ++i)
+    value = value * 10 + static_cast<int>(text[i] - L'0');
+  return static_cast<short>(value);
+}
+} // namespace
+
 SScannedEventTime ScanEventTime(std::wstring_view text)
 {
   SScannedEventTime scanned;
+  // Digits in place and the separators between them: the five conversions read exactly these
+  // digits (at most four, so no short overflows), read here by position.
+  if (HasTimeLayout(text))
+  {
+    scanned.Year = DigitsAt(text, 0, 4);
+    scanned.Month = DigitsAt(text, 5, 2);
+    scanned.Day = DigitsAt(text, 8, 2);
+    scanned.Hour = DigitsAt(text, 11, 2);
+    scanned.Minute = DigitsAt(text, 14, 2);
+    scanned.Items = 5;
+    CScanner seconds(text, timeLayout.size());
+    if (seconds.Double(scanned.Seconds))
+      ++scanned.Items;
+    return scanned;
+  }
   CScanner scanner(text);
   short* const shorts[] = {&scanned.Year, &scanned.Month, &scanned.Day, &scanned.Hour, &scanned.Minute};
   const wchar_t separators[] = {L'-', L'-', L'T', L':', L':'};

@@ -395,12 +395,15 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   AssignAttribute(found.EventID, node_names::Qualifiers, text.Qualifiers);
   AssignAttribute(found.Security, node_names::UserID, text.UserId);
   text.Data.clear();
+  // The list is usually moved out with the values: sized as the last one, it grows once.
+  text.Data.reserve(m_lastDataCount);
   for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
   {
     if (child.type() != pugi::node_element && !IsText(child))
       continue;
     AppendText(child, text.Data.emplace_back());
   }
+  m_lastDataCount = text.Data.size();
 }
 
 SEventValues MakeEventValues(SEventXmlText& text)

@@ -49,6 +49,7 @@ public:
 private:
   std::vector<char> m_utf8;
   pugi::xml_document m_document;
+  std::size_t m_lastDataCount = 0;
 };
 
 // The typed values of a record that come from the XML alone (not the description, not the

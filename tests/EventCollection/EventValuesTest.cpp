@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
 namespace
 {
 using namespace collector::ni::impl;
@@ -111,6 +115,44 @@ TEST(ParseEventTime, ScansLikeTheRuntime)
   EXPECT_EQ(ScanEventTime(L"2024 -05").Items, 1);
   // A short keeps the low 16 bits of what it reads.
   EXPECT_EQ(ScanEventTime(L"65537-1").Year, 1);
+}
+
+TEST(ParseEventTime, SecondsAreTheDoubleTheRuntimeReads)
+{
+  // Every text the scanner reads as digits is read to the same double as strtod reads it.
+  std::uint64_t state = 88172645463325252ull;
+  for (int i = 0; i < 20000; ++i)
+  {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    const int digits = 1 + static_cast<int>(state % 9);
+    std::string seconds = std::to_string(state % 60) + "." + std::to_string(state / 60).substr(0, digits);
+    if (i % 3 == 0)
+      seconds.insert(0, "-");
+    const std::wstring text = L"2024-05-01T10:20:" + std::wstring(seconds.begin(), seconds.end()) + L"Z";
+    const SScannedEventTime scanned = ScanEventTime(text);
+    ASSERT_EQ(scanned.Items, 6) << seconds;
+    ASSERT_EQ(scanned.Seconds, std::strtod(seconds.c_str(), nullptr)) << seconds;
+  }
+}
+
+TEST(ParseEventTime, TheUsualLayoutReadsAsTheGeneralScan)
+{
+  // A leading space takes the general path; the fields must not differ.
+  for (const std::wstring text : {L"2024-05-01T10:20:30.1234567Z", L"0001-12-31T23:59:59.9995Z",
+                                  L"9999-00-99T99:00:7e1Z", L"2024-05-01T10:20:Z", L"2024-05-01T10:20:-0.5Z"})
+  {
+    const SScannedEventTime fixed = ScanEventTime(text);
+    const SScannedEventTime general = ScanEventTime(L" " + text);
+    EXPECT_EQ(fixed.Items, general.Items);
+    EXPECT_EQ(fixed.Year, general.Year);
+    EXPECT_EQ(fixed.Month, general.Month);
+    EXPECT_EQ(fixed.Day, general.Day);
+    EXPECT_EQ(fixed.Hour, general.Hour);
+    EXPECT_EQ(fixed.Minute, general.Minute);
+    EXPECT_EQ(fixed.Seconds, general.Seconds);
+  }
 }
 
 TEST(ParseEventTime, FieldsOutOfRangeAreInvalid)

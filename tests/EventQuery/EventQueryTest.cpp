@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cwctype>
 #include <limits>
 #include <string>
 #include <vector>
@@ -169,6 +170,21 @@ TEST(EventQuery, BookmarkLookupIgnoresCaseButNothingElse)
   EXPECT_EQ(List(Query(0, L"System", L"[System[(EventRecordID&gt;99)]]")),
             Build({Filter(L"System")}, {{L"SYSTEM", 99}}));
   EXPECT_EQ(List(Query(0, L"System", L"")), Build({Filter(L"System")}, {{L"System ", 98}}));
+}
+
+TEST(EventQuery, ChannelPathsCompareAsUpperCase)
+{
+  const collector::ni::impl::SChannelPathLess less;
+  EXPECT_FALSE(less(L"Microsoft-Windows-Sysmon/Operational", L"microsoft-windows-sysmon/operational"));
+  EXPECT_FALSE(less(L"microsoft-windows-sysmon/operational", L"Microsoft-Windows-Sysmon/Operational"));
+  // Letters fold to upper case: '[' (0x5B) lies above 'A' and below 'a'.
+  EXPECT_TRUE(less(L"a", L"["));
+  EXPECT_FALSE(less(L"[", L"a"));
+  EXPECT_TRUE(less(L"System", L"system2"));
+  // Beyond ASCII the library's case mapping decides, as before.
+  const std::wstring upper(1, static_cast<wchar_t>(std::towupper(0xE9)));
+  EXPECT_FALSE(less(std::wstring(1, static_cast<wchar_t>(0xE9)), upper));
+  EXPECT_FALSE(less(upper, std::wstring(1, static_cast<wchar_t>(0xE9))));
 }
 
 TEST(EventQuery, TwoFiltersOnOneChannelShareItsBookmark)

@@ -6,6 +6,8 @@
 #include "Platform/WinEvt.h"
 
 #include <memory>
+#include <type_traits>
+#include <typeinfo>
 
 namespace natc::winevt
 {
@@ -22,7 +24,18 @@ std::shared_ptr<EvtObject> FindObject(EVT_HANDLE handle);
 template <class T>
 std::shared_ptr<T> Find(EVT_HANDLE handle)
 {
-  return std::dynamic_pointer_cast<T>(FindObject(handle));
+  std::shared_ptr<EvtObject> object = FindObject(handle);
+  // A final class is told by its type alone, cheaper than a cast: this runs for every event.
+  if constexpr (std::is_final_v<T>)
+  {
+    if (!object || typeid(*object) != typeid(T))
+      return nullptr;
+    return std::static_pointer_cast<T>(std::move(object));
+  }
+  else
+  {
+    return std::dynamic_pointer_cast<T>(std::move(object));
+  }
 }
 // Removes the handle; false when it is not live.
 bool Unregister(EVT_HANDLE handle);

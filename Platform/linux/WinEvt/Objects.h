@@ -59,14 +59,12 @@ private:
 class EventObject final : public EvtObject
 {
 public:
-  EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::string logDirectory,
-              std::shared_ptr<const std::wstring> path)
-    : m_chunk(std::move(chunk)), m_record(record), m_logDirectory(std::move(logDirectory)), m_path(std::move(path))
+  EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::shared_ptr<const std::wstring> path)
+    : m_chunk(std::move(chunk)), m_record(record), m_path(std::move(path))
   {
   }
 
   std::uint64_t RecordId() const { return m_record.id; }
-  const std::string& LogDirectory() const { return m_logDirectory; }
   // The channel or file path the event was read from (EvtGetEventInfo's EvtEventPath).
   const std::wstring& Path() const { return *m_path; }
   // The event's XML as Windows renders it, kept in UTF-8 (a quarter of the wide text's memory)
@@ -77,7 +75,6 @@ public:
 private:
   std::shared_ptr<SharedChunk> m_chunk;
   evtx::Record m_record;
-  std::string m_logDirectory;
   std::shared_ptr<const std::wstring> m_path;
   std::mutex m_lock;
   bool m_rendered = false;

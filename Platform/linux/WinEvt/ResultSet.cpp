@@ -140,7 +140,7 @@ ChannelCursor::Step ChannelCursor::Next(const evtx::query::Query& query, const e
     if (Accept(query, context, record))
     {
       m_delivered.Insert(record.id);
-      out = std::make_shared<EventObject>(m_chunk, record, m_logDirectory, m_path);
+      out = std::make_shared<EventObject>(m_chunk, record, m_path);
       return Step::Event;
     }
   }

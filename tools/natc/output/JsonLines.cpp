@@ -92,13 +92,13 @@ void WriteValue(Writer& writer, CJsonLineWriter& text, const FieldValue& value)
   }
 }
 
-void WriteHeader(Writer& writer, std::string_view collection, std::string_view className)
+// A UTF-8 text as the Writer quotes it.
+std::string QuoteUtf8(std::string_view text)
 {
-  writer.StartObject();
-  writer.Key("collection");
-  writer.String(collection.data(), static_cast<rapidjson::SizeType>(collection.size()));
-  writer.Key("class");
-  writer.String(className.data(), static_cast<rapidjson::SizeType>(className.size()));
+  rapidjson::StringBuffer quoted;
+  Writer writer(quoted);
+  writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+  return std::string(quoted.GetString(), quoted.GetSize());
 }
 
 std::string Take(rapidjson::StringBuffer& buffer)
@@ -159,15 +159,27 @@ void CJsonLineWriter::String(std::wstring_view text)
   m_out->Pop(worst - QuoteJsonString(text, at));
 }
 
+void CJsonLineWriter::Quoted(std::string_view quoted)
+{
+  // An empty raw value puts the separator this place needs; the text follows it.
+  m_writer.RawValue("", 0, rapidjson::kStringType);
+  std::memcpy(m_out->Push(quoted.size()), quoted.data(), quoted.size());
+}
+
 void CJsonLineWriter::Key(std::wstring_view text)
 {
   // Records of one collection repeat the same few names: quote each once.
-  for (const auto& [name, quoted] : m_keys)
+  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].first == text)
   {
-    if (name == text)
+    Quoted(m_keys[m_nextKey++].second);
+    return;
+  }
+  for (std::size_t k = 0; k < m_keys.size(); ++k)
+  {
+    if (m_keys[k].first == text)
     {
-      m_writer.RawValue("", 0, rapidjson::kStringType);
-      std::memcpy(m_out->Push(quoted.size()), quoted.data(), quoted.size());
+      Quoted(m_keys[k].second);
+      m_nextKey = k + 1;
       return;
     }
   }
@@ -176,7 +188,27 @@ void CJsonLineWriter::Key(std::wstring_view text)
   {
     std::vector<char> quoted;
     m_keys.emplace_back(tstring(text), std::string(quoted.data(), QuoteJsonString(text, quoted)));
+    m_nextKey = m_keys.size();
   }
+}
+
+void CJsonLineWriter::Header(std::string_view collection, std::string_view className)
+{
+  if (m_quotedCollection.empty() || collection != m_collection)
+  {
+    m_collection = collection;
+    m_quotedCollection = QuoteUtf8(collection);
+  }
+  if (m_quotedClassName.empty() || className != m_className)
+  {
+    m_className = className;
+    m_quotedClassName = QuoteUtf8(className);
+  }
+  m_writer.StartObject();
+  Quoted(R"("collection")");
+  Quoted(m_quotedCollection);
+  Quoted(R"("class")");
+  Quoted(m_quotedClassName);
 }
 
 void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection,
@@ -186,8 +218,13 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
   m_out = &out;
   Writer& writer = m_writer;
   CJsonLineWriter& text = *this;
-  WriteHeader(writer, collection, className);
-  if (const auto* composition = dynamic_cast<const collector::ni::ICompositionRecord*>(&record))
+  m_nextKey = 0;
+  Header(collection, className);
+  // One cast for the usual record, which is also a composition record.
+  const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record);
+  const auto* composition =
+    onVector != nullptr ? onVector : dynamic_cast<const collector::ni::ICompositionRecord*>(&record);
+  if (composition != nullptr)
   {
     writer.Key("type");
     writer.Uint(composition->GetType());
@@ -204,7 +241,10 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
     writer.EndObject();
   }
   writer.Key("fields");
-  WriteRecordFields(writer, text, record);
+  if (onVector != nullptr)
+    WriteFields(writer, text, onVector->GetFields());
+  else
+    WriteRecordFields(writer, text, record);
   writer.EndObject();
   out.Put('\n');
 }
@@ -216,7 +256,7 @@ void CJsonLineWriter::AppendStateLine(rapidjson::StringBuffer& out, std::string_
   m_out = &out;
   Writer& writer = m_writer;
   CJsonLineWriter& text = *this;
-  WriteHeader(writer, collection, className);
+  Header(collection, className);
   writer.Key("state");
   text.String(StateName(state.GetState()));
   writer.Key("description");

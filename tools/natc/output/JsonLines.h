@@ -52,10 +52,21 @@ public:
   void Key(std::wstring_view text);
 
 private:
+  // A text already quoted, in the place of a key or a value.
+  void Quoted(std::string_view quoted);
+  // The line's start, {"collection":...,"class":..., with both texts quoted once per pair.
+  void Header(std::string_view collection, std::string_view className);
+
   static constexpr std::size_t maxKeys = 64;
   Writer m_writer;
   rapidjson::StringBuffer* m_out = nullptr;
   std::vector<std::pair<std::wstring, std::string>> m_keys;
+  // Where the next key is looked for first: records of one collection repeat their keys in order.
+  std::size_t m_nextKey = 0;
+  std::string m_collection;
+  std::string m_className;
+  std::string m_quotedCollection;
+  std::string m_quotedClassName;
 };
 
 // Prints every record and state change of the collections it is subscribed to, one line each.

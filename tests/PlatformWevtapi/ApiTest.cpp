@@ -162,15 +162,18 @@ TEST_F(Api, RenderReportsTheSizeInBytesFirst)
   EXPECT_NE(xml.find(L"<Provider Name='Natc-Test'/>"), std::wstring::npos) << xml;
 }
 
-TEST_F(Api, RenderOtherThanXmlIsNotSupported)
+TEST_F(Api, RenderOfValuesIsNotSupported)
 {
   Handle query = Query(L"Application", L"*");
   EVT_HANDLE event = nullptr;
   DWORD returned = 0, used = 0, count = 0;
   ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
   Handle owned(event);
-  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderBookmark, 0, nullptr, &used, &count));
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderEventValues, 0, nullptr, &used, &count));
   EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+  // An event is no bookmark.
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderBookmark, 0, nullptr, &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   EXPECT_FALSE(EvtRender(nullptr, query.get(), EvtRenderEventXml, 0, nullptr, &used, &count));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }

@@ -8,7 +8,9 @@
 // The Event Log API session is opened on the first update and kept; a session that fails at
 // EvtQuery (bad credentials, host gone) and SetUser close it, and the next update opens another.
 // Bookmarks are kept per path the events were read from (case ignored); a channel whose newest
-// record is below its bookmark was cleared and is read again from its first record.
+// record is below its bookmark was cleared and is read again from its first record. A channel of
+// forwarded events, whose EventRecordIDs come from other hosts and logs, is read by position
+// instead: a Windows bookmark of its last delivered event, and EvtSeek past it at each update.
 #pragma once
 
 #include "CollectionBase.h"
@@ -20,6 +22,7 @@
 #include "Collector/Interfaces/WinEventsInit.h"
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -62,7 +65,8 @@ protected:
   // One pass: open the session once, run the query list, deliver the results.
   void updateImpl() override;
   // Reads every result of one query in batches and delivers each event's record at once.
-  void processResults(EVT_HANDLE session, EVT_HANDLE query);
+  // skip: events passed over first (the bookmarked one a seek stands on).
+  void processResults(EVT_HANDLE session, EVT_HANDLE query, DWORD skip = 0);
   // One event as a record; fills the event's channel and record number. Throws when the event
   // cannot be rendered or read.
   std::shared_ptr<CRecordOnVector> createRecord(EVT_HANDLE session, EVT_HANDLE event, tstring& channel,
@@ -71,8 +75,17 @@ protected:
 private:
   // Opens and keeps the host's session; false, with EvtOpenSession's last error, when it fails.
   bool openSession(DWORD& error);
-  // Moves the channel's bookmark forward (never back).
-  void advanceBookmark(const tstring& channel, __int64 recordId);
+  // Moves the channel's bookmark forward (never back); for a channel read by position, or one
+  // found to hold forwarded events, its Windows bookmark moves to the event.
+  void advanceBookmark(const tstring& channel, __int64 recordId, EVT_HANDLE event, bool forwarded);
+  // Opens a query list on the session; a failure closes the session and throws.
+  EVT_HANDLE openQuery(const tstring& text);
+  // Reads a channel by position: its query placed just past its Windows bookmark.
+  void readByPosition(EVT_HANDLE session, const tstring& path, EVT_HANDLE bookmark);
+  // EvtRender of a Windows bookmark; false when it cannot be rendered.
+  bool renderBookmark(EVT_HANDLE bookmark, tstring& xml) const;
+  // Owns a bookmark handle, closed through the table.
+  std::shared_ptr<void> ownBookmark(EVT_HANDLE bookmark) const;
   // The path EvtGetEventInfo reports for the event; false when it cannot tell.
   bool readEventPath(EVT_HANDLE event, tstring& path);
   // The filter Path that names the event's path (a file's "file://" form), else the path itself.
@@ -87,6 +100,9 @@ private:
   mutable std::mutex m_lock;
   std::vector<win_events::SFilter> m_filters;
   EventBookmarks m_bookmarks;
+  // Channels read by position, with the Windows bookmark of their last delivered event (null
+  // until one was delivered).
+  std::map<tstring, std::shared_ptr<void>, SChannelPathLess> m_positions;
   std::shared_ptr<void> m_session;
   // Set by SetUser; the update closes the session before its next query.
   std::atomic<bool> m_dropSession{false};

@@ -22,25 +22,7 @@ std::vector<std::uint64_t> Range(std::uint64_t first, std::uint64_t last)
   return ids;
 }
 
-class Api : public testing::Test
-{
-protected:
-  void SetUp() override
-  {
-    WriteEvents(host.File("Application.evtx"), 250);
-    WriteEvents(host.File("Microsoft-Windows-Sysmon%4Operational.evtx"), 5);
-    session = OpenSession(host.WidePath());
-    ASSERT_TRUE(session);
-  }
-
-  Handle Query(const wchar_t* path, const wchar_t* text, DWORD flags = EvtQueryChannelPath | EvtQueryForwardDirection)
-  {
-    return Handle(EvtQuery(session.get(), path, text, flags));
-  }
-
-  TempHost host;
-  Handle session;
-};
+using Api = LogsTest;
 
 // Windows opens a session without reaching the host or checking the logon; both are checked by
 // EvtQuery: https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession

@@ -12,36 +12,14 @@ namespace
 {
 using namespace wevtapi_test;
 
-constexpr DWORD forward = EvtQueryChannelPath | EvtQueryForwardDirection;
-
 std::wstring RenderBookmark(EVT_HANDLE bookmark)
 {
-  DWORD used = 0, count = 0;
-  if (EvtRender(nullptr, bookmark, EvtRenderBookmark, 0, nullptr, &used, &count) ||
-      GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-    return L"<render failed>";
-  std::vector<wchar_t> buffer(used / sizeof(wchar_t));
-  if (!EvtRender(nullptr, bookmark, EvtRenderBookmark, used, buffer.data(), &used, &count))
-    return L"<render failed>";
-  return std::wstring(buffer.data());
+  return RenderXml(bookmark, EvtRenderBookmark);
 }
 
-class Bookmarks : public testing::Test
+class Bookmarks : public LogsTest
 {
 protected:
-  void SetUp() override
-  {
-    WriteEvents(host.File("Application.evtx"), 250);
-    WriteEvents(host.File("Microsoft-Windows-Sysmon%4Operational.evtx"), 5);
-    session = OpenSession(host.WidePath());
-    ASSERT_TRUE(session);
-  }
-
-  Handle Query(const wchar_t* path, const wchar_t* text = L"*")
-  {
-    return Handle(EvtQuery(session.get(), path, text, forward));
-  }
-
   // A bookmark updated with the event of that record number in the channel.
   Handle BookmarkOf(const wchar_t* channel, int recordId)
   {
@@ -66,9 +44,6 @@ protected:
     Handle owned(event);
     return RecordIdOf(RenderXml(event));
   }
-
-  TempHost host;
-  Handle session;
 };
 
 TEST_F(Bookmarks, RenderAsWindowsDoes)

@@ -111,6 +111,7 @@ EventBookmarks CEventCollection::GetBookmarks() const
 std::vector<win_events::SBookmark> CEventCollection::SaveBookmarks() const
 {
   const std::lock_guard lock(m_lock);
+  flushPositionLocked();
   std::vector<win_events::SBookmark> saved;
   saved.reserve(m_bookmarks.size());
   for (const auto& [path, recordId] : m_bookmarks)
@@ -142,6 +143,8 @@ void CEventCollection::RestoreBookmarks(const std::vector<win_events::SBookmark>
   const std::lock_guard lock(m_lock);
   m_bookmarks = std::move(restored);
   m_positions = std::move(positions);
+  m_pendingBookmark.reset();
+  m_pendingEvent = nullptr;
 }
 
 std::shared_ptr<void> CEventCollection::ownBookmark(EVT_HANDLE bookmark) const
@@ -365,8 +368,16 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query, DWOR
 {
   const std::shared_ptr<ICancellationToken> token = cancellationToken();
   CEventBatch batch(m_api);
+  // Destroyed before the batch, however the read leaves: the pending event's handle is still
+  // open when its bookmark moves to it.
+  struct SFlushOnExit
+  {
+    const CEventCollection& collection;
+    ~SFlushOnExit() { collection.flushPosition(); }
+  } const flushOnExit{*this};
   for (;;)
   {
+    flushPosition();
     batch.Close();
     DWORD returned = 0;
     if (!m_api.Next(query, m_batchSize, batch.Slots(), m_nextTimeout, 0, &returned))
@@ -445,9 +456,34 @@ void CEventCollection::advanceBookmark(const tstring& channel, __int64 recordId,
       return;
     position = m_positions.emplace(channel, std::move(bookmark)).first;
   }
+  if (first)
+  {
+    // A channel whose bookmark cannot take its first event stays on record numbers.
+    if (!m_api.UpdateBookmark(position->second.get(), event))
+      m_positions.erase(position);
+    return;
+  }
+  // Moved once per batch, with the channel's last event (see flushPosition).
+  if (m_pendingBookmark != position->second)
+    flushPositionLocked();
+  m_pendingBookmark = position->second;
+  m_pendingEvent = event;
+}
+
+void CEventCollection::flushPosition() const
+{
+  const std::lock_guard lock(m_lock);
+  flushPositionLocked();
+}
+
+void CEventCollection::flushPositionLocked() const
+{
+  if (m_pendingEvent == nullptr)
+    return;
   // A bookmark that cannot move stays on its last event: read again rather than lost.
-  if (!m_api.UpdateBookmark(position->second.get(), event) && first)
-    m_positions.erase(position);
+  m_api.UpdateBookmark(m_pendingBookmark.get(), m_pendingEvent);
+  m_pendingEvent = nullptr;
+  m_pendingBookmark.reset();
 }
 
 std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,

@@ -73,6 +73,10 @@ protected:
                                                 __int64& recordId);
 
 private:
+  // Moves a channel's Windows bookmark to its pending event; called before the event's handle
+  // is closed, and by SaveBookmarks.
+  void flushPosition() const;
+  void flushPositionLocked() const;
   // Opens and keeps the host's session; false, with EvtOpenSession's last error, when it fails.
   bool openSession(DWORD& error);
   // Moves the channel's bookmark forward (never back); for a channel read by position, or one
@@ -103,6 +107,10 @@ private:
   // Channels read by position, with the Windows bookmark of their last delivered event (null
   // until one was delivered).
   std::map<tstring, std::shared_ptr<void>, SChannelPathLess> m_positions;
+  // The last delivered event of a channel read by position, whose bookmark moves to it once per
+  // batch; its handle stays open until then. Applied by SaveBookmarks too, hence mutable.
+  mutable std::shared_ptr<void> m_pendingBookmark;
+  mutable EVT_HANDLE m_pendingEvent = nullptr;
   std::shared_ptr<void> m_session;
   // Set by SetUser; the update closes the session before its next query.
   std::atomic<bool> m_dropSession{false};

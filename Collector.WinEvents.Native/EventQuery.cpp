@@ -19,8 +19,10 @@ bool SChannelPathLess::operator()(std::wstring_view a, std::wstring_view b) cons
 
 bool SameChannelPath(std::wstring_view a, std::wstring_view b) noexcept
 {
-  const SChannelPathLess less;
-  return !less(a, b) && !less(b, a);
+  // One pass, and none for names of other lengths: asked once per event.
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](wchar_t x, wchar_t y) {
+           return std::towupper(static_cast<std::wint_t>(x)) == std::towupper(static_cast<std::wint_t>(y));
+         });
 }
 
 bool HoldsForwardedEvents(std::wstring_view path, std::wstring_view renderedChannel) noexcept

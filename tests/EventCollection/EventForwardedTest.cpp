@@ -214,6 +214,26 @@ TEST_F(EventForwarded, ARestartWithSavedBookmarksResumesAfterTheLastEvent)
   EXPECT_EQ(Update(*restarted), later);
 }
 
+// Saved while the update delivers the tenth event, the bookmark names the ninth: a restart
+// delivers again from the tenth, nothing before it.
+TEST_F(EventForwarded, BookmarksSavedDuringAnUpdateNameTheLastEventDelivered)
+{
+  CForwardedLog log(host.ChannelFile("ForwardedEvents"));
+  const std::set<int> first = log.Append(Samples().high);
+  auto collection = Make({L"ForwardedEvents"});
+  std::vector<collector::ni::win_events::SBookmark> saved;
+  subscriber->onRecord = [&](ICollectionTypes::Records records) {
+    if (IndexOf(*records.front()) == *std::next(first.begin(), 9))
+      saved = collection->SaveBookmarks();
+  };
+  ASSERT_EQ(Update(*collection), first);
+  subscriber->onRecord = nullptr;
+  ASSERT_EQ(saved.size(), 1u);
+  auto restarted = Make({L"ForwardedEvents"});
+  restarted->RestoreBookmarks(saved);
+  EXPECT_EQ(Update(*restarted), std::set<int>(std::next(first.begin(), 9), first.end()));
+}
+
 TEST_F(EventForwarded, APathInOtherCaseIsReadByPositionToo)
 {
   CForwardedLog log(host.ChannelFile("ForwardedEvents"));

@@ -104,17 +104,28 @@ private:
   std::size_t m_total = 0;
 };
 
+// A collection of one channel, updated every second on the pool once it runs.
+struct SPolledChannel
+{
+  SPolledChannel(const CTempHost& host, const std::wstring& channel) : collection(parts.Make(host.Path().wstring()))
+  {
+    collection->Subscribe(subscriber);
+    auto filters = Filters({channel});
+    collection->SetFilter(filters);
+    collection->SetUpdatePeriod(1);
+  }
+  SCollectionParts parts;
+  std::shared_ptr<CTestEventCollection> collection;
+  std::shared_ptr<CTotalSubscriber> subscriber = std::make_shared<CTotalSubscriber>();
+};
+
 TEST(EventCollectionOnPool, EventsAppendedWhileRunningAreDeliveredOnceEach)
 {
   CTempHost host;
   CChannelWriter writer(host.ChannelFile("Application"), "Application");
-  SCollectionParts parts;
-  auto collection = parts.Make(host.Path().wstring());
-  auto subscriber = std::make_shared<CTotalSubscriber>();
-  collection->Subscribe(subscriber);
-  auto filters = Filters({L"Application"});
-  collection->SetFilter(filters);
-  collection->SetUpdatePeriod(1);
+  SPolledChannel polled(host, L"Application");
+  auto& collection = polled.collection;
+  auto& subscriber = polled.subscriber;
   collection->Run();
   int next = 1;
   for (int burst = 0; burst < 4; ++burst)
@@ -140,13 +151,9 @@ TEST(EventCollectionOnPool, ForwardedBookmarksSavedWhileTheyMoveNeverGoBack)
 {
   CTempHost host;
   CChannelWriter writer(host.ChannelFile("ForwardedEvents"), "Security");
-  SCollectionParts parts;
-  auto collection = parts.Make(host.Path().wstring());
-  auto subscriber = std::make_shared<CTotalSubscriber>();
-  collection->Subscribe(subscriber);
-  auto filters = Filters({L"ForwardedEvents"});
-  collection->SetFilter(filters);
-  collection->SetUpdatePeriod(1);
+  SPolledChannel polled(host, L"ForwardedEvents");
+  auto& collection = polled.collection;
+  auto& subscriber = polled.subscriber;
   constexpr int total = 1500;
   for (int i = 1; i <= 500; ++i)
     writer.Append(i, [i](evtx::WriterEvent& event) { event.eventRecordId = static_cast<std::uint64_t>(100000 - i); });

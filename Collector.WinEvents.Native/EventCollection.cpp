@@ -125,25 +125,62 @@ EventBookmarks CEventCollection::GetBookmarks() const
 std::vector<win_events::SBookmark> CEventCollection::SaveBookmarks() const
 {
   const std::lock_guard lock(m_lock);
+  flushPositionLocked();
   std::vector<win_events::SBookmark> saved;
   saved.reserve(m_bookmarks.size());
   for (const auto& [path, recordId] : m_bookmarks)
-    saved.push_back({path, recordId});
+  {
+    saved.emplace_back(path, recordId);
+    if (const auto position = m_positions.find(path); position != m_positions.end())
+      renderBookmark(position->second.get(), saved.back().BookmarkXml);
+  }
   return saved;
 }
 
 void CEventCollection::RestoreBookmarks(const std::vector<win_events::SBookmark>& bookmarks)
 {
   EventBookmarks restored;
+  std::map<tstring, std::shared_ptr<void>, SChannelPathLess> positions;
   for (const auto& bookmark : bookmarks)
   {
     if (bookmark.Path.empty() || bookmark.RecordId < 0)
       KELDA_THROW(CHResultException(E_INVALIDARG));
     auto& stored = restored[bookmark.Path];
     stored = std::max<__int64>(stored, bookmark.RecordId);
+    if (bookmark.BookmarkXml.empty())
+      continue;
+    std::shared_ptr<void> position = ownBookmark(m_api.CreateBookmark(bookmark.BookmarkXml.c_str()));
+    if (!position)
+      KELDA_THROW(CHResultException(E_INVALIDARG));
+    positions[bookmark.Path] = std::move(position);
   }
   const std::lock_guard lock(m_lock);
   m_bookmarks = std::move(restored);
+  m_positions = std::move(positions);
+  m_pendingBookmark.reset();
+  m_pendingEvent = nullptr;
+}
+
+std::shared_ptr<void> CEventCollection::ownBookmark(EVT_HANDLE bookmark) const
+{
+  if (bookmark == nullptr)
+    return nullptr;
+  const auto close = m_api.Close;
+  return std::shared_ptr<void>(bookmark, [close](void* handle) { close(handle); });
+}
+
+bool CEventCollection::renderBookmark(EVT_HANDLE bookmark, tstring& xml) const
+{
+  DWORD used = 0;
+  DWORD properties = 0;
+  if (m_api.Render(nullptr, bookmark, EvtRenderBookmark, 0, nullptr, &used, &properties) ||
+      GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+    return false;
+  std::vector<wchar_t> text((used + sizeof(wchar_t) - 1) / sizeof(wchar_t) + 1, L'\0');
+  if (!m_api.Render(nullptr, bookmark, EvtRenderBookmark, used, text.data(), &used, &properties))
+    return false;
+  xml.assign(text.data());
+  return true;
 }
 
 void CEventCollection::SetUser(const std::shared_ptr<IUser>& user)
@@ -180,21 +217,29 @@ void CEventCollection::updateImpl()
   for (unsigned requery = 0;; ++requery)
   {
     restartClearedLogs(m_session.get());
+    // Channels of forwarded events go by position, each in a query of its own.
+    std::vector<std::pair<tstring, std::shared_ptr<void>>> byPosition;
     {
       const std::lock_guard lock(m_lock);
-      queryText = BuildEventQuery(m_filters, m_bookmarks);
-    }
-    const CEventHandle query(m_api, m_api.Query(m_session.get(), nullptr, queryText.c_str(), queryFlags));
-    if (query.get() == nullptr)
-    {
-      const DWORD error = GetLastError();
-      // Credentials and the host are checked here: the next update logs on afresh.
-      m_session.reset();
-      KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
+      EventChannelSet placed;
+      for (const auto& [path, bookmark] : m_positions)
+      {
+        placed.insert(path);
+        if (std::any_of(m_filterPaths.begin(), m_filterPaths.end(),
+                        [&named = path](const tstring& filterPath) { return SameChannelPath(filterPath, named); }))
+          byPosition.emplace_back(path, bookmark);
+      }
+      queryText = BuildEventQuery(m_filters, m_bookmarks, placed);
     }
     try
     {
-      processResults(m_session.get(), query.get());
+      if (!queryText.empty())
+      {
+        const CEventHandle query(m_api, openQuery(queryText));
+        processResults(m_session.get(), query.get());
+      }
+      for (const auto& [path, bookmark] : byPosition)
+        readByPosition(m_session.get(), path, bookmark.get());
       break;
     }
     catch (const CWin32Exception& error)
@@ -207,6 +252,47 @@ void CEventCollection::updateImpl()
   m_batchSize = batchSize;
 }
 
+EVT_HANDLE CEventCollection::openQuery(const tstring& text)
+{
+  EVT_HANDLE query = m_api.Query(m_session.get(), nullptr, text.c_str(), queryFlags);
+  if (query == nullptr)
+  {
+    const DWORD error = GetLastError();
+    // Credentials and the host are checked here: the next update logs on afresh.
+    m_session.reset();
+    KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
+  }
+  return query;
+}
+
+void CEventCollection::readByPosition(EVT_HANDLE session, const tstring& path, EVT_HANDLE bookmark)
+{
+  tstring text;
+  {
+    const std::lock_guard lock(m_lock);
+    text = BuildPositionQuery(m_filters, path);
+  }
+  const CEventHandle query(m_api, openQuery(text));
+  // On the bookmarked event itself, which was delivered: strict, so that a bookmark whose
+  // event is gone fails instead of landing elsewhere.
+  DWORD skip = 1;
+  if (!m_api.Seek(query.get(), 0, bookmark, 0, EvtSeekRelativeToBookmark | EvtSeekStrict))
+  {
+    const DWORD error = GetLastError();
+    if (error != ERROR_NOT_FOUND)
+      KELDA_THROW(CWin32Exception(error));
+    // The log was cleared, recreated or wrapped over the bookmarked event: all it holds came later.
+    log()->Info(fmt::format(L"Log {} was cleared; reading it from the start", path));
+    m_api.Seek(query.get(), 0, nullptr, 0, EvtSeekRelativeToFirst);
+    skip = 0;
+    const std::lock_guard lock(m_lock);
+    m_positions.erase(path);
+    m_bookmarks[path] = 0;
+  }
+  // Events read now place a new bookmark; an empty log is read from record 0 next time.
+  processResults(session, query.get(), skip);
+}
+
 void CEventCollection::restartClearedLogs(EVT_HANDLE session)
 {
   std::vector<std::pair<tstring, __int64>> marked;
@@ -214,7 +300,7 @@ void CEventCollection::restartClearedLogs(EVT_HANDLE session)
     const std::lock_guard lock(m_lock);
     for (const auto& filter : m_filters)
       if (const auto found = m_bookmarks.find(filter.Path);
-          found != m_bookmarks.end() && found->second > 0 &&
+          found != m_bookmarks.end() && found->second > 0 && m_positions.find(filter.Path) == m_positions.end() &&
           std::none_of(marked.begin(), marked.end(), [&](const auto& m) { return m.first == found->first; }))
         marked.emplace_back(found->first, found->second);
   }
@@ -344,13 +430,21 @@ bool CEventCollection::openSession(DWORD& error)
   return true;
 }
 
-void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
+void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query, DWORD skip)
 {
   const std::shared_ptr<ICancellationToken> token = cancellationToken();
   const CPublishersOfUpdate publishers(m_publishers);
   CEventBatch batch(m_api);
+  // Destroyed before the batch, however the read leaves: the pending event's handle is still
+  // open when its bookmark moves to it.
+  struct SFlushOnExit
+  {
+    const CEventCollection& collection;
+    ~SFlushOnExit() { collection.flushPosition(); }
+  } const flushOnExit{*this};
   for (;;)
   {
+    flushPosition();
     batch.Close();
     DWORD returned = 0;
     if (!m_api.Next(query, m_batchSize, batch.Slots(), m_nextTimeout, 0, &returned))
@@ -372,6 +466,11 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
       return;
     for (DWORD i = 0; i < batch.Count(); ++i)
     {
+      if (skip > 0)
+      {
+        --skip;
+        continue;
+      }
       try
       {
         if (token)
@@ -380,7 +479,9 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
         std::shared_ptr<IRecord> record = createRecord(session, batch[i], m_channel, recordId);
         notifyRecords(Records(&record, 1));
         // Kept under the path read from: the rendered Channel may differ from the query's Path.
-        advanceBookmark(readEventPath(batch[i], m_path) ? lastBookmarkPath(m_path) : m_channel, recordId);
+        const bool known = readEventPath(batch[i], m_path);
+        const tstring& path = known ? lastBookmarkPath(m_path) : m_channel;
+        advanceBookmark(path, recordId, batch[i], known && HoldsForwardedEvents(path, m_channel));
       }
       catch (const CInterruptedException&)
       {
@@ -399,7 +500,7 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query)
   }
 }
 
-void CEventCollection::advanceBookmark(const tstring& channel, __int64 recordId)
+void CEventCollection::advanceBookmark(const tstring& channel, __int64 recordId, EVT_HANDLE event, bool forwarded)
 {
   const std::lock_guard lock(m_lock);
   const auto found = m_bookmarks.find(channel);
@@ -407,6 +508,49 @@ void CEventCollection::advanceBookmark(const tstring& channel, __int64 recordId)
     m_bookmarks.emplace(channel, recordId);
   else if (recordId > found->second)
     found->second = recordId;
+  // Channels read by record number stop here, with no lookup, while no channel goes by position.
+  if (m_positions.empty() && !forwarded)
+    return;
+  auto position = m_positions.find(channel);
+  const bool first = position == m_positions.end();
+  if (first)
+  {
+    if (!forwarded)
+      return;
+    std::shared_ptr<void> bookmark = ownBookmark(m_api.CreateBookmark(nullptr));
+    // Without a bookmark the channel stays on record numbers.
+    if (!bookmark)
+      return;
+    position = m_positions.emplace(channel, std::move(bookmark)).first;
+  }
+  if (first)
+  {
+    // A channel whose bookmark cannot take its first event stays on record numbers.
+    if (!m_api.UpdateBookmark(position->second.get(), event))
+      m_positions.erase(position);
+    return;
+  }
+  // Moved once per batch, with the channel's last event (see flushPosition).
+  if (m_pendingBookmark != position->second)
+    flushPositionLocked();
+  m_pendingBookmark = position->second;
+  m_pendingEvent = event;
+}
+
+void CEventCollection::flushPosition() const
+{
+  const std::lock_guard lock(m_lock);
+  flushPositionLocked();
+}
+
+void CEventCollection::flushPositionLocked() const
+{
+  if (m_pendingEvent == nullptr)
+    return;
+  // A bookmark that cannot move stays on its last event: read again rather than lost.
+  m_api.UpdateBookmark(m_pendingBookmark.get(), m_pendingEvent);
+  m_pendingEvent = nullptr;
+  m_pendingBookmark.reset();
 }
 
 std::wstring_view CEventCollection::renderXml(EVT_HANDLE event)

@@ -9,7 +9,9 @@
 // EvtQuery (bad credentials, host gone) and SetUser close it, and the next update opens another.
 // Bookmarks are kept per path the events were read from (case ignored); a channel whose newest
 // record is below its bookmark was cleared and is read again from its first record. A query
-// whose result goes stale (a log cleared or wrapped while read) is issued again at once.
+// whose result goes stale (a log cleared or wrapped while read) is issued again at once. A channel
+// of forwarded events, whose EventRecordIDs come from other hosts and logs, is read by position
+// instead: a Windows bookmark of its last delivered event, and EvtSeek past it at each update.
 #pragma once
 
 #include "CollectionBase.h"
@@ -22,6 +24,7 @@
 #include "Collector/Interfaces/WinEventsInit.h"
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -67,17 +70,31 @@ protected:
   // One pass: open the session once, run the query list, deliver the results.
   void updateImpl() override;
   // Reads every result of one query in batches and delivers each event's record at once.
-  void processResults(EVT_HANDLE session, EVT_HANDLE query);
+  // skip: events passed over first (the bookmarked one a seek stands on).
+  void processResults(EVT_HANDLE session, EVT_HANDLE query, DWORD skip = 0);
   // One event as a record; fills the event's channel and record number. Throws when the event
   // cannot be rendered or read.
   std::shared_ptr<CRecordOnVector> createRecord(EVT_HANDLE session, EVT_HANDLE event, tstring& channel,
                                                 __int64& recordId);
 
 private:
+  // Moves a channel's Windows bookmark to its pending event; called before the event's handle
+  // is closed, and by SaveBookmarks.
+  void flushPosition() const;
+  void flushPositionLocked() const;
   // Opens and keeps the host's session; false, with EvtOpenSession's last error, when it fails.
   bool openSession(DWORD& error);
-  // Moves the channel's bookmark forward (never back).
-  void advanceBookmark(const tstring& channel, __int64 recordId);
+  // Moves the channel's bookmark forward (never back); for a channel read by position, or one
+  // found to hold forwarded events, its Windows bookmark moves to the event.
+  void advanceBookmark(const tstring& channel, __int64 recordId, EVT_HANDLE event, bool forwarded);
+  // Opens a query list on the session; a failure closes the session and throws.
+  EVT_HANDLE openQuery(const tstring& text);
+  // Reads a channel by position: its query placed just past its Windows bookmark.
+  void readByPosition(EVT_HANDLE session, const tstring& path, EVT_HANDLE bookmark);
+  // EvtRender of a Windows bookmark; false when it cannot be rendered.
+  bool renderBookmark(EVT_HANDLE bookmark, tstring& xml) const;
+  // Owns a bookmark handle, closed through the table.
+  std::shared_ptr<void> ownBookmark(EVT_HANDLE bookmark) const;
   // The path EvtGetEventInfo reports for the event; false when it cannot tell.
   bool readEventPath(EVT_HANDLE event, tstring& path);
   // The filter Path that names the event's path (a file's "file://" form), else the path itself.
@@ -98,6 +115,13 @@ private:
   mutable std::mutex m_lock;
   std::vector<win_events::SFilter> m_filters;
   EventBookmarks m_bookmarks;
+  // Channels read by position, with the Windows bookmark of their last delivered event (null
+  // until one was delivered).
+  std::map<tstring, std::shared_ptr<void>, SChannelPathLess> m_positions;
+  // The last delivered event of a channel read by position, whose bookmark moves to it once per
+  // batch; its handle stays open until then. Applied by SaveBookmarks too, hence mutable.
+  mutable std::shared_ptr<void> m_pendingBookmark;
+  mutable EVT_HANDLE m_pendingEvent = nullptr;
   std::shared_ptr<void> m_session;
   // Set by SetUser; the update closes the session before its next query.
   std::atomic<bool> m_dropSession{false};

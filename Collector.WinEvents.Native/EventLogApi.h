@@ -18,6 +18,9 @@ struct SEventLogApi
   decltype(&::EvtOpenPublisherMetadata) OpenPublisherMetadata = &::EvtOpenPublisherMetadata;
   decltype(&::EvtFormatMessage) FormatMessage = &::EvtFormatMessage;
   decltype(&::EvtGetEventInfo) GetEventInfo = &::EvtGetEventInfo;
+  decltype(&::EvtCreateBookmark) CreateBookmark = &::EvtCreateBookmark;
+  decltype(&::EvtUpdateBookmark) UpdateBookmark = &::EvtUpdateBookmark;
+  decltype(&::EvtSeek) Seek = &::EvtSeek;
   decltype(&::EvtClose) Close = &::EvtClose;
 };
 } // namespace collector::ni::impl

@@ -10,6 +10,7 @@
 #include "Platform/Windows.h"
 
 #include <map>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -23,13 +24,28 @@ struct SChannelPathLess
   bool operator()(std::wstring_view a, std::wstring_view b) const noexcept;
 };
 
+bool SameChannelPath(std::wstring_view a, std::wstring_view b) noexcept;
+
+// True for a channel whose events carry the EventRecordIDs of other hosts or logs, which must be
+// read by position: the log Windows Event Forwarding fills by default ("ForwardedEvents"), or a
+// channel one of whose events names another channel. Never for a file ("file://"): Windows
+// makes no bookmark for a log file.
+bool HoldsForwardedEvents(std::wstring_view path, std::wstring_view renderedChannel) noexcept;
+
 // Last EventRecordID delivered, per path the events were read from (case ignored).
 using EventBookmarks = std::map<tstring, __int64, SChannelPathLess>;
+
+// Channels read by position (case ignored): EvtSeek places their queries, which carry neither
+// a record number nor a look-back window.
+using EventChannelSet = std::set<tstring, SChannelPathLess>;
 
 // True when the list is not empty and every filter names a channel.
 bool AreEventFiltersValid(const std::vector<win_events::SFilter>& filters) noexcept;
 
-// The "<QueryList>...</QueryList>" text, one query per filter numbered from 0; an empty text
-// when there are no filters (nothing to query).
-tstring BuildEventQuery(const std::vector<win_events::SFilter>& filters, const EventBookmarks& bookmarks);
+// The "<QueryList>...</QueryList>" text, one query per filter numbered from 0, leaving out the
+// filters of channels read by position; an empty text when no filter is left (nothing to query).
+tstring BuildEventQuery(const std::vector<win_events::SFilter>& filters, const EventBookmarks& bookmarks,
+                        const EventChannelSet& byPosition = {});
+// The query list of one channel read by position: its filters' providers and event identifiers.
+tstring BuildPositionQuery(const std::vector<win_events::SFilter>& filters, std::wstring_view path);
 } // namespace collector::ni::impl

@@ -4,6 +4,8 @@ if(WIN32)
 else()
   natc_library(platform_wevtapi STATIC
     SOURCES
+      linux/WinEvt/Bookmark.cpp
+      linux/WinEvt/BookmarkXml.cpp
       linux/WinEvt/EventInfo.cpp
       linux/WinEvt/Handles.cpp
       linux/WinEvt/Hosts.cpp
@@ -12,7 +14,8 @@ else()
       linux/WinEvt/RecordIdSet.cpp
       linux/WinEvt/Render.cpp
       linux/WinEvt/ResultSet.cpp
+      linux/WinEvt/Seek.cpp
       linux/WinEvt/Session.cpp
     DEPS platform_winbase
-    PRIVATE_DEPS evtx_query evtx_format)
+    PRIVATE_DEPS evtx_query evtx_format pugixml::static)
 endif()

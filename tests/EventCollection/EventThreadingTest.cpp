@@ -1,6 +1,7 @@
 // The event collection on the kernel pool: a failed session marks Error and the next update
-// recovers, a stop during a run ends it at the next event, and events appended while the
-// collection runs are delivered once each. Waits are on conditions only.
+// recovers, a stop during a run ends it at the next event, events appended while the
+// collection runs are delivered once each, and bookmarks of forwarded events are saved while
+// they move. Waits are on conditions only.
 #include "EventTestSupport.h"
 
 #include "KeldaKernel/Exceptions.h"
@@ -103,17 +104,28 @@ private:
   std::size_t m_total = 0;
 };
 
+// A collection of one channel, updated every second on the pool once it runs.
+struct SPolledChannel
+{
+  SPolledChannel(const CTempHost& host, const std::wstring& channel) : collection(parts.Make(host.Path().wstring()))
+  {
+    collection->Subscribe(subscriber);
+    auto filters = Filters({channel});
+    collection->SetFilter(filters);
+    collection->SetUpdatePeriod(1);
+  }
+  SCollectionParts parts;
+  std::shared_ptr<CTestEventCollection> collection;
+  std::shared_ptr<CTotalSubscriber> subscriber = std::make_shared<CTotalSubscriber>();
+};
+
 TEST(EventCollectionOnPool, EventsAppendedWhileRunningAreDeliveredOnceEach)
 {
   CTempHost host;
   CChannelWriter writer(host.ChannelFile("Application"), "Application");
-  SCollectionParts parts;
-  auto collection = parts.Make(host.Path().wstring());
-  auto subscriber = std::make_shared<CTotalSubscriber>();
-  collection->Subscribe(subscriber);
-  auto filters = Filters({L"Application"});
-  collection->SetFilter(filters);
-  collection->SetUpdatePeriod(1);
+  SPolledChannel polled(host, L"Application");
+  auto& collection = polled.collection;
+  auto& subscriber = polled.subscriber;
   collection->Run();
   int next = 1;
   for (int burst = 0; burst < 4; ++burst)
@@ -129,6 +141,52 @@ TEST(EventCollectionOnPool, EventsAppendedWhileRunningAreDeliveredOnceEach)
     delivered.insert(IndexOf(*record));
   EXPECT_EQ(delivered.size(), 2000u);
   for (int i = 1; i < next; ++i)
+    ASSERT_EQ(delivered.count(i), 1u) << "event " << i;
+}
+
+// Saved from another thread while updates read a log of forwarded events (shown numbers run
+// down), each bookmark text names the log and never moves back; a restart from the last one
+// delivers nothing again.
+TEST(EventCollectionOnPool, ForwardedBookmarksSavedWhileTheyMoveNeverGoBack)
+{
+  CTempHost host;
+  CChannelWriter writer(host.ChannelFile("ForwardedEvents"), "Security");
+  SPolledChannel polled(host, L"ForwardedEvents");
+  auto& collection = polled.collection;
+  auto& subscriber = polled.subscriber;
+  constexpr int total = 1500;
+  for (int i = 1; i <= 500; ++i)
+    writer.Append(i, [i](evtx::WriterEvent& event) { event.eventRecordId = static_cast<std::uint64_t>(100000 - i); });
+  collection->Run();
+  std::uint64_t lastPlace = 0;
+  const auto savedPlace = [&] {
+    for (const auto& bookmark : collection->SaveBookmarks())
+    {
+      if (bookmark.BookmarkXml.empty())
+        continue;
+      EXPECT_NE(bookmark.BookmarkXml.find(L"Channel='ForwardedEvents'"), std::wstring::npos) << bookmark.BookmarkXml;
+      const auto at = bookmark.BookmarkXml.find(L"RecordId='");
+      const std::uint64_t place = std::wcstoull(bookmark.BookmarkXml.c_str() + at + 10, nullptr, 10);
+      EXPECT_GE(place, lastPlace);
+      lastPlace = place;
+    }
+  };
+  // Appends and saves race with the collection's reads and bookmark moves.
+  for (int i = 501; i <= total; ++i)
+  {
+    writer.Append(i, [i](evtx::WriterEvent& event) { event.eventRecordId = static_cast<std::uint64_t>(100000 - i); });
+    if (i % 10 == 0)
+      savedPlace();
+  }
+  ASSERT_TRUE(subscriber->WaitForRecords(total));
+  collection->Stop(true);
+  savedPlace();
+  EXPECT_EQ(lastPlace, static_cast<std::uint64_t>(total));
+  std::multiset<int> delivered;
+  for (const auto& record : subscriber->Records())
+    delivered.insert(IndexOf(*record));
+  EXPECT_EQ(delivered.size(), static_cast<std::size_t>(total));
+  for (int i = 1; i <= total; ++i)
     ASSERT_EQ(delivered.count(i), 1u) << "event " << i;
 }
 } // namespace

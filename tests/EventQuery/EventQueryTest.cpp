@@ -276,3 +276,37 @@ TEST(EventFilterValidation, NonEmptyPathsAreValid)
 }
 
 } // namespace
+
+namespace
+{
+using collector::ni::impl::BuildPositionQuery;
+using collector::ni::impl::EventChannelSet;
+using collector::ni::impl::HoldsForwardedEvents;
+
+TEST(EventQueryByPosition, ChannelsReadByPositionAreLeftOutOfTheList)
+{
+  const EventBookmarks bookmarks{{L"System", 7}, {L"ForwardedEvents", 9}};
+  EXPECT_EQ(List(Query(0, L"System", L"[System[(EventRecordID&gt;7)]]")),
+            BuildEventQuery({Filter(L"forwardedEvents"), Filter(L"System")}, bookmarks, EventChannelSet{L"ForwardedEvents"}));
+  EXPECT_EQ(L"", BuildEventQuery({Filter(L"ForwardedEvents")}, bookmarks, EventChannelSet{L"ForwardedEvents"}));
+}
+
+TEST(EventQueryByPosition, APositionQueryHasNeitherRecordNumberNorWindow)
+{
+  const std::vector<SFilter> filters{Filter(L"ForwardedEvents", L"P", 3600000, {4624}), Filter(L"System"),
+                                     Filter(L"forwardedevents", L"", 1000)};
+  EXPECT_EQ(List(Query(0, L"ForwardedEvents", L"[System[(Provider[@Name='P']) and (EventID=4624)]]") +
+                 Query(1, L"forwardedevents", L"")),
+            BuildPositionQuery(filters, L"ForwardedEvents"));
+}
+
+TEST(EventQueryByPosition, ForwardedEventsAreKnownByTheirLogOrTheirChannel)
+{
+  EXPECT_TRUE(HoldsForwardedEvents(L"ForwardedEvents", L"ForwardedEvents"));
+  EXPECT_TRUE(HoldsForwardedEvents(L"forwardedevents", L"Security"));
+  EXPECT_TRUE(HoldsForwardedEvents(L"WEC-Authentication", L"Security"));
+  EXPECT_FALSE(HoldsForwardedEvents(L"system", L"System"));
+  EXPECT_FALSE(HoldsForwardedEvents(L"Microsoft-Windows-Sysmon/Operational", L"Microsoft-Windows-Sysmon/Operational"));
+  EXPECT_FALSE(HoldsForwardedEvents(L"file:///logs/ForwardedEvents.evtx", L"Security"));
+}
+} // namespace

@@ -10,6 +10,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -130,5 +131,50 @@ TEST_F(NatcState, ADamagedStateFileIsRefusedAndLeftAsItIs)
     kept << file.rdbuf();
     EXPECT_EQ(kept.str(), text);
   }
+}
+} // namespace
+
+namespace
+{
+// Forwarded events keep their sources' EventRecordIDs: those stored after the first run show
+// lower numbers, and the second run still delivers each of them once.
+TEST_F(NatcState, ForwardedEventsWithLowerNumbersResumeAfterARestart)
+{
+  std::ofstream(Config()) << R"({"hosts":[{"id":"h","name":")" << Logs().string() << R"("}],
+    "tasks":[{"name":"wec","host":"h","collections":[{"type":"WindowsEvents","period":1,"filters":[
+      {"path":"ForwardedEvents"}]}]}]})";
+  evtx::Writer writer;
+  std::string error;
+  ASSERT_TRUE(writer.Create((Logs() / "ForwardedEvents.evtx").string(), &error)) << error;
+  const auto forward = [&](int first, int count, std::uint64_t shownFrom, const char* channel) {
+    for (int index = first; index < first + count; ++index)
+    {
+      evtx::WriterEvent event;
+      event.provider = "Natc-Test";
+      event.channel = channel;
+      event.eventId = 1000;
+      event.eventRecordId = shownFrom + static_cast<std::uint64_t>(index - first);
+      event.data.push_back({"Index", evtx::WriterValue::Text(std::to_string(index))});
+      ASSERT_NE(writer.Append(event), 0u);
+    }
+  };
+  forward(1, 20, 5000, "Security");
+
+  std::map<std::string, int> seen;
+  const CommandOutput first = Run("--duration 2 --state '" + State().string() + "'");
+  ASSERT_EQ(first.status, 0);
+  CountRecords(first, seen);
+  std::ifstream saved(State());
+  const std::string state((std::istreambuf_iterator<char>(saved)), std::istreambuf_iterator<char>());
+  EXPECT_NE(state.find("bookmarkXml"), std::string::npos) << state;
+
+  forward(21, 10, 10, "System");
+  const CommandOutput second = Run("--duration 2 --state '" + State().string() + "'");
+  ASSERT_EQ(second.status, 0);
+  CountRecords(second, seen);
+
+  EXPECT_EQ(seen.size(), 30u);
+  for (const auto& [fields, times] : seen)
+    EXPECT_EQ(times, 1) << fields;
 }
 } // namespace

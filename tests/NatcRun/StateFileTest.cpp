@@ -28,6 +28,25 @@ TEST(StateFile, BookmarksComeBackAsWritten)
   EXPECT_TRUE(read[1].bookmarks.empty());
 }
 
+TEST(StateFile, AChannelReadByPositionKeepsItsBookmarkText)
+{
+  const std::wstring xml = L"<BookmarkList>\r\n  <Bookmark Channel='ForwardedEvents' RecordId='60' IsCurrent='true'/>"
+                           L"\r\n</BookmarkList>";
+  const std::vector<SCollectionState> written{
+    {L"wec", "collections[0]", {{L"ForwardedEvents", 9000, xml}, {L"System", 12}}}};
+  const std::string text = natc::run::FormatState(written);
+  // Only the channel read by position gets the key: other entries read as they always did.
+  EXPECT_EQ(text.find("bookmarkXml"), text.rfind("bookmarkXml"));
+  const auto read = natc::run::ParseState(text, "state.json");
+  ASSERT_EQ(read.at(0).bookmarks.size(), 2u);
+  EXPECT_EQ(read[0].bookmarks[0].BookmarkXml, xml);
+  EXPECT_TRUE(read[0].bookmarks[1].BookmarkXml.empty());
+  EXPECT_THROW(natc::run::ParseState("{\"natcState\":1,\"collections\":[{\"task\":\"t\",\"collection\":\"c\","
+                                     "\"bookmarks\":[{\"path\":\"F\",\"recordId\":1,\"bookmarkXml\":5}]}]}",
+                                     "state.json"),
+               CStateError);
+}
+
 TEST(StateFile, DamagedOrForeignTextIsRefused)
 {
   for (const char* text : {"", "{", "[]", "{\"collections\":[]}", "{\"natcState\":2,\"collections\":[]}",

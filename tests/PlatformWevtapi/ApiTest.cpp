@@ -22,25 +22,7 @@ std::vector<std::uint64_t> Range(std::uint64_t first, std::uint64_t last)
   return ids;
 }
 
-class Api : public testing::Test
-{
-protected:
-  void SetUp() override
-  {
-    WriteEvents(host.File("Application.evtx"), 250);
-    WriteEvents(host.File("Microsoft-Windows-Sysmon%4Operational.evtx"), 5);
-    session = OpenSession(host.WidePath());
-    ASSERT_TRUE(session);
-  }
-
-  Handle Query(const wchar_t* path, const wchar_t* text, DWORD flags = EvtQueryChannelPath | EvtQueryForwardDirection)
-  {
-    return Handle(EvtQuery(session.get(), path, text, flags));
-  }
-
-  TempHost host;
-  Handle session;
-};
+using Api = LogsTest;
 
 // Windows opens a session without reaching the host or checking the logon; both are checked by
 // EvtQuery: https://learn.microsoft.com/en-us/windows/win32/api/winevt/nf-winevt-evtopensession
@@ -162,15 +144,18 @@ TEST_F(Api, RenderReportsTheSizeInBytesFirst)
   EXPECT_NE(xml.find(L"<Provider Name='Natc-Test'/>"), std::wstring::npos) << xml;
 }
 
-TEST_F(Api, RenderOtherThanXmlIsNotSupported)
+TEST_F(Api, RenderOfValuesIsNotSupported)
 {
   Handle query = Query(L"Application", L"*");
   EVT_HANDLE event = nullptr;
   DWORD returned = 0, used = 0, count = 0;
   ASSERT_TRUE(EvtNext(query.get(), 1, &event, INFINITE, 0, &returned));
   Handle owned(event);
-  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderBookmark, 0, nullptr, &used, &count));
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderEventValues, 0, nullptr, &used, &count));
   EXPECT_EQ(GetLastError(), ERROR_NOT_SUPPORTED);
+  // An event is no bookmark.
+  EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderBookmark, 0, nullptr, &used, &count));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
   EXPECT_FALSE(EvtRender(nullptr, query.get(), EvtRenderEventXml, 0, nullptr, &used, &count));
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }

@@ -58,15 +58,14 @@ inline Handle OpenSession(const std::wstring& server)
   return Handle(EvtOpenSession(EvtRpcLogin, &login, 0, 0));
 }
 
-// Renders with the two-call size protocol.
-inline std::wstring RenderXml(EVT_HANDLE event)
+// Renders an event (or with EvtRenderBookmark a bookmark) with the two-call size protocol.
+inline std::wstring RenderXml(EVT_HANDLE fragment, DWORD flags = EvtRenderEventXml)
 {
   DWORD used = 0, count = 0;
-  if (EvtRender(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &count) ||
-      GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+  if (EvtRender(nullptr, fragment, flags, 0, nullptr, &used, &count) || GetLastError() != ERROR_INSUFFICIENT_BUFFER)
     return L"<render failed>";
   std::vector<wchar_t> buffer(used / sizeof(wchar_t));
-  if (!EvtRender(nullptr, event, EvtRenderEventXml, used, buffer.data(), &used, &count))
+  if (!EvtRender(nullptr, fragment, flags, used, buffer.data(), &used, &count))
     return L"<render failed>";
   return std::wstring(buffer.data());
 }

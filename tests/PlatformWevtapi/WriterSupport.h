@@ -1,6 +1,8 @@
 // Channel files written with the project's .evtx writer, for the Event Log API tests.
 #pragma once
 
+#include "TestSupport.h"
+
 #include "Evtx/Writer.h"
 
 #include <functional>
@@ -31,4 +33,26 @@ inline void WriteEvents(const std::string& path, int count, bool create = true, 
       throw std::runtime_error("append failed");
   }
 }
+
+// A host with an "Application" log of 250 events and a Sysmon log of 5, and a session on it.
+class LogsTest : public testing::Test
+{
+protected:
+  void SetUp() override
+  {
+    WriteEvents(host.File("Application.evtx"), 250);
+    WriteEvents(host.File("Microsoft-Windows-Sysmon%4Operational.evtx"), 5);
+    session = OpenSession(host.WidePath());
+    ASSERT_TRUE(session);
+  }
+
+  Handle Query(const wchar_t* path, const wchar_t* text = L"*",
+               DWORD flags = EvtQueryChannelPath | EvtQueryForwardDirection)
+  {
+    return Handle(EvtQuery(session.get(), path, text, flags));
+  }
+
+  TempHost host;
+  Handle session;
+};
 } // namespace wevtapi_test

@@ -344,7 +344,7 @@ std::uint64_t Writer::Append(const WriterEvent& event)
     values[kTimeCreated] = WriterValue::FileTime(time);
     values[kProcessId] = Typed(ValueType::UInt32, event.processId);
     values[kThreadId] = Typed(ValueType::UInt32, event.threadId);
-    values[kRecordId] = Typed(ValueType::UInt64, static_cast<std::int64_t>(id));
+    values[kRecordId] = Typed(ValueType::UInt64, static_cast<std::int64_t>(event.eventRecordId.value_or(id)));
     values[kVersion] = Typed(ValueType::UInt8, event.version);
     if (!event.userSid.empty())
       values[kUserId] = WriterValue::Sid(event.userSid);

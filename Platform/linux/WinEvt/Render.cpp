@@ -1,9 +1,11 @@
-// EvtRender of an event's XML, with Windows' size protocol (sizes in bytes, terminating zero
-// included).
+// EvtRender of an event's or a bookmark's XML, with Windows' size protocol (sizes in bytes,
+// terminating zero included).
+#include "Bookmark.h"
 #include "Objects.h"
 
 #include "Evtx/ValueText.h"
 
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -33,6 +35,30 @@ bool EventObject::Xml(const std::string*& xml, std::size_t& wideLength)
 }
 } // namespace natc::winevt
 
+namespace
+{
+BOOL RenderBookmark(EVT_HANDLE fragment, DWORD bufferSize, PVOID buffer, PDWORD bufferUsed, PDWORD propertyCount)
+{
+  const auto bookmark = natc::winevt::Find<natc::winevt::BookmarkObject>(fragment);
+  if (!bookmark)
+  {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  const std::wstring xml = natc::winevt::FormatBookmarkXml(bookmark->Copy());
+  const std::size_t bytes = (xml.size() + 1) * sizeof(wchar_t);
+  *bufferUsed = static_cast<DWORD>(bytes);
+  *propertyCount = 0;
+  if (buffer == nullptr || bufferSize < bytes)
+  {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return FALSE;
+  }
+  std::memcpy(buffer, xml.c_str(), bytes);
+  return TRUE;
+}
+} // namespace
+
 BOOL EvtRender(EVT_HANDLE, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, PVOID buffer, PDWORD bufferUsed,
                PDWORD propertyCount) noexcept
 {
@@ -41,11 +67,22 @@ BOOL EvtRender(EVT_HANDLE, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, P
     SetLastError(ERROR_INVALID_PARAMETER);
     return FALSE;
   }
+  if (flags == EvtRenderBookmark)
+  {
+    try
+    {
+      return RenderBookmark(fragment, bufferSize, buffer, bufferUsed, propertyCount);
+    }
+    catch (const std::bad_alloc&)
+    {
+      SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+      return FALSE;
+    }
+  }
   if (flags != EvtRenderEventXml)
   {
-    // Value rendering and bookmarks are not provided on this platform.
-    SetLastError(flags == EvtRenderEventValues || flags == EvtRenderBookmark ? ERROR_NOT_SUPPORTED
-                                                                              : ERROR_INVALID_PARAMETER);
+    // Value rendering is not provided on this platform.
+    SetLastError(flags == EvtRenderEventValues ? ERROR_NOT_SUPPORTED : ERROR_INVALID_PARAMETER);
     return FALSE;
   }
   const auto event = natc::winevt::Find<natc::winevt::EventObject>(fragment);

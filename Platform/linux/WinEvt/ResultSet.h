@@ -7,7 +7,11 @@
 // 512-byte headers costs a few microseconds per chunk; only chunks that may match are loaded.
 //
 // A live file is read as it was when the query opened it; appended events are seen by the next
-// query. Within a query a record number is delivered at most once.
+// query. Within a query a record number is delivered at most once, until EvtSeek moves back.
+//
+// EvtSeek counts events in the order EvtNext gives them. A bookmark names a record by its number
+// in the log, and the log's own numbers follow its reading order: seeking forward from a
+// bookmark passes over, unread, every chunk whose records all lie below the bookmarked one.
 #pragma once
 
 #include "Objects.h"
@@ -46,6 +50,11 @@ public:
 
   // Chunks loaded so far (chunks skipped by their header's record range are not loaded).
   std::size_t ChunksLoaded() const { return m_chunksLoaded; }
+  // Starts over from the first record; with a floor, from the first record numbered at least
+  // that (forward reading only).
+  void Rewind(std::uint64_t floor = 0);
+  bool Reverse() const { return m_reverse; }
+  const std::wstring& Path() const { return *m_path; }
 
 private:
   void PlanChunks();
@@ -60,6 +69,8 @@ private:
   std::size_t m_channel;
   bool m_reverse;
   std::uint64_t m_minRecordId;
+  // Set by a seek from a bookmark: records below it are not read.
+  std::uint64_t m_seekFloor = 0;
   std::string m_logDirectory;
   std::shared_ptr<const std::wstring> m_path;
   bool m_planned = false;
@@ -99,12 +110,38 @@ public:
   std::size_t Next(std::size_t count, std::vector<std::shared_ptr<EventObject>>& out,
                    const std::function<bool()>& deadlinePassed, Shortfall& shortfall);
 
+  // EvtSeek: origin is one of EVT_SEEK_FLAGS' origins; mark is the bookmark's entry for
+  // EvtSeekRelativeToBookmark. Returns 0 or the error to report.
+  std::uint32_t Seek(std::uint32_t origin, std::int64_t offset, const std::wstring* markChannel,
+                     std::uint64_t markRecordId, bool strict);
+
 private:
+  // The next event in result order, ignoring time-outs; false at the end or when stale.
+  bool Pull(std::shared_ptr<EventObject>& out, std::size_t& cursor);
+  void RewindAll();
+  // Moves to the target-th event of the result (0 = the first). Past either end: with strict,
+  // nothing moves and ERROR_NOT_FOUND is returned; else the cursor stops on the nearest event.
+  std::uint32_t GoTo(std::int64_t target, bool strict, std::int64_t before);
+  // m_position, counted afresh when a seek from a bookmark left it unknown.
+  std::int64_t CurrentPosition();
+  std::uint32_t SeekFromMark(std::size_t cursor, std::uint64_t recordId, std::int64_t offset, bool strict,
+                             std::int64_t before);
+  // Number of events before the first one at or past the mark in its channel, and whether that
+  // event is the marked one.
+  bool FindMark(std::size_t cursor, std::uint64_t recordId, std::int64_t& index, bool& exact);
+  // Back to the event at `before`, or to the start when that is unknown.
+  void Restore(std::int64_t before);
+
   std::mutex m_lock;
   evtx::query::Query m_query;
   std::vector<ChannelCursor> m_cursors;
   std::size_t m_current = 0;
   bool m_stale = false;
   evtx::query::EvalContext m_context;
+  // An event a seek has read but EvtNext has yet to hand out.
+  std::shared_ptr<EventObject> m_peeked;
+  // Index in the result of the next event to hand out; unknown (-1) after a seek from a
+  // bookmark, which does not count the events it passes over.
+  std::int64_t m_position = 0;
 };
 } // namespace natc::winevt

@@ -62,7 +62,13 @@ std::string FormatState(const std::vector<SCollectionState>& collections)
   {
     json bookmarks = json::array();
     for (const auto& bookmark : collection.bookmarks)
-      bookmarks.push_back({{"path", kelda::ToUtf8(bookmark.Path)}, {"recordId", bookmark.RecordId}});
+    {
+      json entry{{"path", kelda::ToUtf8(bookmark.Path)}, {"recordId", bookmark.RecordId}};
+      // Only channels read by position have one; files without the key read as before.
+      if (!bookmark.BookmarkXml.empty())
+        entry["bookmarkXml"] = kelda::ToUtf8(bookmark.BookmarkXml);
+      bookmarks.push_back(std::move(entry));
+    }
     list.push_back(
       {{"task", kelda::ToUtf8(collection.task)}, {"collection", collection.collection}, {"bookmarks", bookmarks}});
   }
@@ -96,8 +102,12 @@ std::vector<SCollectionState> ParseState(std::string_view text, const std::strin
           bookmark["path"].get<std::string>().empty() || !bookmark.contains("recordId") ||
           !bookmark["recordId"].is_number_integer() || bookmark["recordId"].get<std::int64_t>() < 0)
         Refuse(fileName, "a bookmark without a \"path\" and a \"recordId\" of 0 or more");
-      state.bookmarks.push_back(
-        {kelda::FromUtf8(bookmark["path"].get<std::string>()), bookmark["recordId"].get<std::int64_t>()});
+      const auto xml = bookmark.find("bookmarkXml");
+      if (xml != bookmark.end() && !xml->is_string())
+        Refuse(fileName, "a \"bookmarkXml\" that is not a string");
+      state.bookmarks.emplace_back(kelda::FromUtf8(bookmark["path"].get<std::string>()),
+                                   bookmark["recordId"].get<std::int64_t>(),
+                                   xml != bookmark.end() ? kelda::FromUtf8(xml->get<std::string>()) : tstring());
     }
     parsed.push_back(std::move(state));
   }

@@ -9,6 +9,7 @@
 #include "KeldaKernel/Strings.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace collector::ni::win_events
@@ -25,12 +26,21 @@ struct SFilter
   std::vector<std::uint32_t> EventIds;
 };
 
-// Where reading a channel resumes: the last EventRecordID delivered from that path.
+// Where reading a channel resumes: the last EventRecordID delivered from that path, and for a
+// channel of forwarded events, read by position, the Windows bookmark of its last event.
 struct SBookmark
 {
+  SBookmark() = default;
+  SBookmark(tstring path, std::int64_t recordId, tstring bookmarkXml = {})
+    : Path(std::move(path)), RecordId(recordId), BookmarkXml(std::move(bookmarkXml))
+  {
+  }
+
   // The channel or file path the events were read from (case ignored).
   tstring Path;
   std::int64_t RecordId = 0;
+  // EvtRender(EvtRenderBookmark) text; empty for a channel read by record number.
+  tstring BookmarkXml;
 };
 
 class ICollectionInit
@@ -43,7 +53,8 @@ public:
   virtual std::vector<SFilter> GetFilter() const = 0;
   // The last record delivered per path, at this moment (safe during an update).
   virtual std::vector<SBookmark> SaveBookmarks() const = 0;
-  // Replaces the bookmarks (before Run); E_INVALIDARG for an empty Path or a negative RecordId.
+  // Replaces the bookmarks (before Run); E_INVALIDARG for an empty Path, a negative RecordId or
+  // a BookmarkXml that EvtCreateBookmark refuses.
   virtual void RestoreBookmarks(const std::vector<SBookmark>& bookmarks) = 0;
 };
 } // namespace collector::ni::win_events

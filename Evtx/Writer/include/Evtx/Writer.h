@@ -65,6 +65,9 @@ struct WriterEvent
   std::uint8_t opcode = 0;
   std::uint64_t keywords = 0x8000000000000000ull;
   std::uint64_t timeCreated = 0;       // FILETIME; 0 = now
+  // The EventRecordID the event shows; unset, the log's own number for the record. A forwarded
+  // event keeps the number of its source host while the log numbers its record in order.
+  std::optional<std::uint64_t> eventRecordId;
   std::uint32_t processId = 0;
   std::uint32_t threadId = 0;
   std::string channel = "Application";
@@ -91,7 +94,7 @@ public:
   bool Open(const std::string& path, std::string* error = nullptr);
   void Close();
 
-  // Appends one event and commits it; returns its EventRecordID (0 on failure).
+  // Appends one event and commits it; returns the record's number in the log (0 on failure).
   std::uint64_t Append(const WriterEvent& event);
   std::uint64_t NextRecordId() const noexcept;
 

@@ -39,6 +39,8 @@ constexpr DWORD ERROR_EVT_UNRESOLVED_PARAMETER_INSERT = 15030;
 // The reply of a remote call would exceed its bounds: EvtNext asked for more large events than
 // one reply holds (winerror.h).
 constexpr DWORD RPC_S_INVALID_BOUND = 1734;
+// EvtSeek with EvtSeekStrict found no such event (winerror.h).
+constexpr DWORD ERROR_NOT_FOUND = 1168;
 
 constexpr DWORD INFINITE = 0xFFFFFFFF;
 
@@ -78,6 +80,18 @@ enum EVT_RENDER_FLAGS
   EvtRenderEventValues = 0,
   EvtRenderEventXml,
   EvtRenderBookmark
+};
+
+// Where EvtSeek counts its offset from; EvtSeekStrict fails instead of stopping at the ends:
+// https://learn.microsoft.com/en-us/windows/win32/api/winevt/ne-winevt-evt_seek_flags
+enum EVT_SEEK_FLAGS
+{
+  EvtSeekRelativeToFirst = 1,
+  EvtSeekRelativeToLast = 2,
+  EvtSeekRelativeToCurrent = 3,
+  EvtSeekRelativeToBookmark = 4,
+  EvtSeekOriginMask = 7,
+  EvtSeekStrict = 0x10000
 };
 
 enum EVT_FORMAT_MESSAGE_FLAGS
@@ -169,7 +183,8 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
 // ERROR_EVT_QUERY_RESULT_STALE once a log was cleared or wrapped over what the query had yet to read.
 BOOL EvtNext(EVT_HANDLE resultSet, DWORD eventsSize, PEVT_HANDLE events, DWORD timeout, DWORD flags,
              PDWORD returned) noexcept;
-// EvtRenderEventXml: the event's XML with its terminating zero; bufferUsed is in bytes.
+// EvtRenderEventXml: the event's XML, EvtRenderBookmark: a bookmark's XML, each with its
+// terminating zero; bufferUsed is in bytes.
 BOOL EvtRender(EVT_HANDLE context, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, PVOID buffer,
                PDWORD bufferUsed, PDWORD propertyCount) noexcept;
 EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisherId, LPCWSTR logFilePath, LCID locale,
@@ -182,4 +197,11 @@ BOOL EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD mess
 // (ERROR_NOT_SUPPORTED).
 BOOL EvtGetEventInfo(EVT_HANDLE event, EVT_EVENT_PROPERTY_ID propertyId, DWORD propertyValueBufferSize,
                      PEVT_VARIANT propertyValueBuffer, PDWORD propertyValueBufferUsed) noexcept;
+// Bookmarks: NULL for an empty one, or the XML that EvtRender(EvtRenderBookmark) gave;
+// ERROR_EVT_MALFORMED_XML_TEXT for any other text.
+EVT_HANDLE EvtCreateBookmark(LPCWSTR bookmarkXml) noexcept;
+// Moves the bookmark's entry for the event's channel to the event, and makes it the current one.
+BOOL EvtUpdateBookmark(EVT_HANDLE bookmark, EVT_HANDLE event) noexcept;
+// Moves a result set's cursor: position is an offset in events from the origin the flags name.
+BOOL EvtSeek(EVT_HANDLE resultSet, LONGLONG position, EVT_HANDLE bookmark, DWORD timeout, DWORD flags) noexcept;
 BOOL EvtClose(EVT_HANDLE object) noexcept;

@@ -152,7 +152,9 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
       const std::string expected = before + escaped + after;
       EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::XmlOneLine), expected) << at;
       if (static_cast<unsigned char>(c) < 0x80)
+      {
         EXPECT_EQ(Text(WriterValue::Text(raw), evtx::TextEscape::XmlOneLine), expected) << at;
+      }
       EXPECT_EQ(Text(WriterValue::Ansi(raw)), static_cast<unsigned char>(c) < 0x80 ? raw : expected) << at;
     }
   }

@@ -4,6 +4,7 @@
 #include "ChunkImpl.h"
 #include "Evtx/Crc32.h"
 #include "Evtx/File.h"
+#include "TemplateStore.h"
 
 #include <cstring>
 
@@ -46,6 +47,11 @@ std::uint32_t NextIntactRecord(const std::uint8_t* data, std::uint32_t from, std
 
 Chunk::Chunk() : impl_(std::make_unique<Impl>()) {}
 Chunk::~Chunk() = default;
+
+void Chunk::ShareTemplates(std::shared_ptr<TemplateCache> cache)
+{
+  impl_->shared = std::move(cache);
+}
 
 Status Chunk::Load(const std::uint8_t* bytes, std::size_t size, std::uint32_t index)
 {
@@ -179,8 +185,18 @@ Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymou
     const std::uint32_t begin = offset + 24;
     if (dataSize > kChunkSize - begin)
       result.status = Status::BadData;
-    else
+    else if (tree || !shared)
       detail::CompileTemplate(*this, begin, begin + dataSize, false, tree, result);
+    else if (!shared->Store().Find(*this, offset, result))
+    {
+      // Rendering only: what another chunk compiled from the same definition serves here.
+      detail::TemplateShape shape;
+      const auto textBegin = static_cast<std::uint32_t>(text.size());
+      const auto substsBegin = static_cast<std::uint32_t>(elementSubsts.size());
+      detail::CompileTemplate(*this, begin, begin + dataSize, false, false, result, &shape);
+      if (result.status == Status::Ok)
+        shared->Store().Add(*this, offset, shape, result, textBegin, substsBegin);
+    }
   }
   if (found != templateIndex.end())
   {

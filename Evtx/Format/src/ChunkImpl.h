@@ -11,8 +11,10 @@
 
 #include "Evtx/Chunk.h"
 #include "Evtx/Event.h"
+#include "Evtx/TemplateCache.h"
 #include "Evtx/ValueText.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -105,6 +107,8 @@ namespace evtx
 struct Chunk::Impl
 {
   const std::uint8_t* data = nullptr;
+  // Templates compiled by other chunks of the same reader (none: compile every one here).
+  std::shared_ptr<TemplateCache> shared;
   std::vector<detail::Op> ops;
   std::string text;
   std::vector<detail::TNode> tnodes;
@@ -166,10 +170,12 @@ private:
 
 namespace detail
 {
+struct TemplateShape;
 // Compiles the binary XML in [begin, end) of the chunk into impl's ops/tnodes.
 // anonymous: a plain fragment rather than a template definition (element layout differs).
 // tree: build the node tree too (for decoding), not only the ops (for rendering).
+// shape: when set, receives what the compile read beyond [begin, end) (see TemplateCache).
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
-                     bool tree, Compiled& out);
+                     bool tree, Compiled& out, TemplateShape* shape = nullptr);
 } // namespace detail
 } // namespace evtx

@@ -78,7 +78,7 @@ File::~File()
 
 File::File(File&& other) noexcept
   : fd_(std::exchange(other.fd_, -1)), path_(std::move(other.path_)), header_(other.header_),
-    size_(other.size_), pool_(std::move(other.pool_))
+    size_(other.size_), pool_(std::move(other.pool_)), templates_(std::move(other.templates_))
 {
 }
 
@@ -92,6 +92,7 @@ File& File::operator=(File&& other) noexcept
     header_ = other.header_;
     size_ = other.size_;
     pool_ = std::move(other.pool_);
+    templates_ = std::move(other.templates_);
   }
   return *this;
 }
@@ -204,6 +205,9 @@ Status File::LoadChunk(std::uint32_t index, std::shared_ptr<Chunk>& out)
   if (!chunk)
   {
     chunk = std::make_shared<Chunk>();
+    if (!templates_)
+      templates_ = std::make_shared<TemplateCache>();
+    chunk->ShareTemplates(templates_);
     if (pool_.size() < 4)
       pool_.push_back(chunk);
   }

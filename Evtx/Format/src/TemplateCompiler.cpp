@@ -2,6 +2,7 @@
 // into pre-rendered text with substitution slots, and into a node tree, in one pass.
 #include "Bytes.h"
 #include "ChunkImpl.h"
+#include "TemplateStore.h"
 
 #include <algorithm>
 #include <charconv>
@@ -31,6 +32,8 @@ public:
   bool anonymous = false;
   // Builds the node tree as well as the ops (a chunk that is only rendered needs no tree).
   bool tree = true;
+  // When set, notes what the compile read outside the fragment's bytes (for TemplateCache).
+  TemplateShape* shape = nullptr;
 
   std::uint32_t NewNode(const TNode& node) const
   {
@@ -109,6 +112,8 @@ private:
     if (!Need(pos, 4))
       return false;
     const std::uint32_t offset = Le32(d_ + pos);
+    if (shape != nullptr)
+      shape->names.push_back({pos, offset == pos + 4});
     pos += 4;
     if (offset == pos)
     {
@@ -152,6 +157,8 @@ private:
     const bool withId = plausible(pos + 7);
     const bool withoutId = plausible(pos + 5);
     const bool hasId = anonymous ? (withId && !withoutId) : (withId || !withoutId);
+    if (shape != nullptr)
+      shape->elements.push_back({pos, withId, withoutId});
     pos += hasId ? 7 : 5;  // token, [dependency id], data size
     std::string_view name;
     if (!ReadName(pos, name))
@@ -682,11 +689,12 @@ private:
 } // namespace
 
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
-                     bool tree, Compiled& out)
+                     bool tree, Compiled& out, TemplateShape* shape)
 {
   Compiler compiler(impl, end);
   compiler.anonymous = anonymous;
   compiler.tree = tree;
+  compiler.shape = shape;
   out.hasTree = tree;
   compiler.opsBegun_ = impl.ops.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());

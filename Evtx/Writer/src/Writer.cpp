@@ -140,6 +140,9 @@ struct Writer::Impl
   std::uint32_t freeOffset = kChunkHeaderSize;
   std::uint64_t nextRecordId = 1;
   std::map<std::string, std::uint32_t> templates;  // shape -> definition offset in this chunk
+  // A shape keeps its template id (and GUID) in every chunk, as an event's template does in a
+  // Windows log, where each chunk repeats the definitions it uses.
+  std::map<std::string, std::uint32_t> templateIds;
   std::uint32_t nextTemplateId = 1;
   std::uint64_t fileSize = 0;
 
@@ -313,7 +316,9 @@ std::uint64_t Writer::Append(const WriterEvent& event)
     {
       // First use in this chunk: the definition follows the instance header.
       definition = instanceEnd;
-      templateId = w.nextTemplateId++;
+      templateId = w.templateIds.emplace(shape, w.nextTemplateId).first->second;
+      if (templateId == w.nextTemplateId)
+        ++w.nextTemplateId;
       const auto body = BuildTemplate(event, definition + 24);
       record.resize(record.size() + 24, 0);
       std::uint8_t* def = record.data() + record.size() - 24;

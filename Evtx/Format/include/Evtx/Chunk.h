@@ -1,6 +1,7 @@
 // One 64 KiB chunk of an .evtx file: its header, its records, its string and template tables.
 // A Chunk decodes a record into an EventTree (no XML) or renders it to Windows' event XML.
-// Templates are compiled once per chunk on first use and reused by every record that names them.
+// Templates are compiled once per chunk on first use and reused by every record that names them,
+// or taken from a TemplateCache shared with the reader's other chunks.
 //
 // Thread safety: a Chunk (and the File that loaded it) is used by one thread at a time; decoding
 // and rendering update its template cache. Trees and values point into the chunk: keep the chunk
@@ -16,6 +17,7 @@
 namespace evtx
 {
 class EventTree;
+class TemplateCache;
 
 struct RenderOptions
 {
@@ -43,6 +45,9 @@ public:
   // own storage directly, so a load copies nothing.
   std::uint8_t* Buffer();
   Status LoadBuffer(std::uint32_t index);
+  // Takes compiled templates from, and gives them to, the other chunks that share `cache`
+  // (File does this for the chunks it loads); kept across loads.
+  void ShareTemplates(std::shared_ptr<TemplateCache> cache);
 
   const ChunkHeader& Header() const noexcept { return header_; }
   std::uint32_t Index() const noexcept { return index_; }

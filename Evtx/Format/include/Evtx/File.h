@@ -20,6 +20,7 @@
 #pragma once
 
 #include "Evtx/Chunk.h"
+#include "Evtx/TemplateCache.h"
 #include "Evtx/Types.h"
 
 #include <cstdint>
@@ -70,6 +71,8 @@ private:
   FileHeader header_;
   std::uint64_t size_ = 0;
   std::vector<std::shared_ptr<Chunk>> pool_;
+  // Templates compiled once for all the chunks of this reader.
+  std::shared_ptr<TemplateCache> templates_;
 };
 
 // Chunk indexes in log order (oldest records first): a log that wrapped around stores its

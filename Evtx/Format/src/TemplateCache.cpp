@@ -164,7 +164,7 @@ void TemplateStore::Add(const Chunk::Impl& impl, std::uint32_t definition,
     const std::uint32_t offset = Le32(impl.data + field.at);
     const std::uint32_t units = Le16(impl.data + offset + 6);
     entry.external.insert(entry.external.end(), impl.data + offset + 6,
-                          impl.data + offset + 8 + 2 * units);
+                          impl.data + offset + 8 + 2 * std::size_t(units));
   }
   for (const std::uint32_t at : entry.masked)
     std::memset(entry.bytes.data() + at, 0, 4);

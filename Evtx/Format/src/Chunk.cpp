@@ -269,6 +269,31 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::
 {
   if (depth > detail::kMaxFragmentDepth)
     return Status::TooDeep;
+  std::uint32_t pos = begin;
+  while (pos < end && data[pos] == 0x0f)
+    pos += 4;
+  if (pos < end && data[pos] != 0x0c && templateIndex.count(pos | kAnonymousKey) == 0)
+  {
+    // A plain fragment (a binary XML value) is mostly used once: render it without compiling.
+    const std::size_t start = out.size();
+    bool lineBreaks = false;
+    bool controls = false;
+    if (detail::RenderPlainFragment(*this, pos, end, out, lineBreaks, controls))
+    {
+      // Compiled, it would be one op of text, or none when empty.
+      const std::uint32_t opCount = out.size() > start ? 1 : 0;
+      if (budget < opCount)
+      {
+        out.resize(start);
+        return Status::TooDeep;
+      }
+      budget -= opCount;
+      if (escape == TextEscape::XmlOneLine)
+        RewriteOneLine(out, start, lineBreaks, controls);
+      return Status::Ok;
+    }
+    out.resize(start);
+  }
   OpenedFragment fragment;
   const std::size_t mark = subs.size();
   Status status = Open(begin, end, false, fragment);
@@ -290,15 +315,21 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
                                escape, depth, Item{});
   if (status != Status::Ok)
     return status;
-  if (escape != TextEscape::XmlOneLine)
-    return Status::Ok;
-  if (fragment.compiled.controls)
-    ReplaceForbiddenControls(out, renderStart);
-  if (fragment.compiled.lineBreaks)
+  if (escape == TextEscape::XmlOneLine)
+    RewriteOneLine(out, renderStart, fragment.compiled.lineBreaks, fragment.compiled.controls);
+  return Status::Ok;
+}
+
+void Chunk::Impl::RewriteOneLine(std::string& out, std::size_t from, bool lineBreaks,
+                                 bool controls)
+{
+  if (controls)
+    ReplaceForbiddenControls(out, from);
+  if (lineBreaks)
   {
     // Literal template text with line breaks: rewrite them as character references.
-    std::string rest = out.substr(renderStart);
-    out.resize(renderStart);
+    std::string rest = out.substr(from);
+    out.resize(from);
     for (const char c : rest)
     {
       if (c == '\r')
@@ -309,7 +340,6 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
         out += c;
     }
   }
-  return Status::Ok;
 }
 
 Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,

@@ -155,6 +155,9 @@ private:
   }
   Status Run(const detail::OpenedFragment& fragment, std::string& out, TextEscape escape,
              int depth);
+  // One-line output: rewrites what was rendered from `from` on when its literal text holds
+  // line breaks or controls XML forbids.
+  static void RewriteOneLine(std::string& out, std::size_t from, bool lineBreaks, bool controls);
   // Appends substitution `index`; notNullType tells whether its value has a type other than
   // NullType (an optional attribute shows when one of its values has).
   Status AppendSubstitution(const detail::OpenedFragment& fragment, std::uint32_t index,
@@ -177,5 +180,10 @@ struct TemplateShape;
 // shape: when set, receives what the compile read beyond [begin, end) (see TemplateCache).
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
                      bool tree, Compiled& out, TemplateShape* shape = nullptr);
+// Appends a plain fragment (no substitutions) as Run would after compiling it, before the
+// one-line rewrite, which lineBreaks and controls call for; false (with some text appended)
+// when the fragment needs the compiled form or does not parse.
+bool RenderPlainFragment(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end,
+                         std::string& out, bool& lineBreaks, bool& controls);
 } // namespace detail
 } // namespace evtx

@@ -24,7 +24,12 @@ TNode MakeNode(NodeKind kind, std::string_view name = {}, Value value = {})
 class Compiler
 {
 public:
-  Compiler(Chunk::Impl& impl, std::uint32_t end) : impl_(impl), d_(impl.data), end_(end) {}
+  // With `direct`, the text goes there and no ops are made (RenderPlainFragment).
+  Compiler(Chunk::Impl& impl, std::uint32_t end, std::string* direct = nullptr)
+    : impl_(impl), d_(impl.data), end_(end), text_(direct != nullptr ? *direct : impl.text),
+      direct_(direct != nullptr)
+  {
+  }
 
   Status status = Status::Ok;
   bool lineBreaks = false;
@@ -84,15 +89,17 @@ private:
 
   void Emit(std::string_view piece)
   {
-    const auto size = static_cast<std::uint32_t>(impl_.text.size());
-    impl_.text.append(piece);
+    const auto size = static_cast<std::uint32_t>(text_.size());
+    text_.append(piece);
     EmitAppended(size);
   }
 
   // Turns text appended since `from` into a Text op, merging it with a preceding Text op.
   void EmitAppended(std::uint32_t from)
   {
-    const auto size = static_cast<std::uint32_t>(impl_.text.size());
+    if (direct_)
+      return;
+    const auto size = static_cast<std::uint32_t>(text_.size());
     if (size == from)
       return;
     if (!impl_.ops.empty() && opsBegun_ < impl_.ops.size())
@@ -172,11 +179,11 @@ private:
     const std::uint32_t element = NewNode(MakeNode(NodeKind::Element, name));
     Link(parent, element);
     const auto opStart = static_cast<std::uint32_t>(impl_.ops.size());
-    const auto textStart = static_cast<std::uint32_t>(impl_.text.size());
+    const auto textStart = static_cast<std::uint32_t>(text_.size());
     {
-      const auto from = static_cast<std::uint32_t>(impl_.text.size());
-      impl_.text += '<';
-      impl_.text.append(name);
+      const auto from = static_cast<std::uint32_t>(text_.size());
+      text_ += '<';
+      text_.append(name);
       EmitAppended(from);
     }
     if (hasAttributes)
@@ -195,13 +202,14 @@ private:
         else if (tree)
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
-        const auto from = static_cast<std::uint32_t>(impl_.text.size());
-        impl_.text += ' ';
-        impl_.text.append(attributeName);
-        impl_.text += "='";
+        const auto from = static_cast<std::uint32_t>(text_.size());
+        text_ += ' ';
+        text_.append(attributeName);
+        text_ += "='";
         const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
-        impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
-                               static_cast<std::uint32_t>(impl_.text.size()) - from});
+        if (!direct_)
+          impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
+                                 static_cast<std::uint32_t>(text_.size()) - from});
         bool onlySubstitutions = true;
         bool anyOptional = false;
         while (status == Status::Ok && Need(pos, 1) && IsValueToken(d_[pos]))
@@ -226,7 +234,8 @@ private:
         }
         else
         {
-          impl_.ops[startOp].kind = OpKind::Text;
+          if (!direct_)
+            impl_.ops[startOp].kind = OpKind::Text;
           Emit("'");
         }
       }
@@ -248,8 +257,10 @@ private:
     }
     // The '>' is written into the text too: when the content turns out to be fixed, the op
     // becomes that text, adjoining the text around it.
-    impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, static_cast<std::uint32_t>(impl_.text.size()), 1});
-    impl_.text += '>';
+    if (!direct_)
+      impl_.ops.push_back(Op{OpKind::OpenContent, false, 0, static_cast<std::uint32_t>(text_.size()), 1});
+    text_ += '>';
+    const std::size_t contentStart = text_.size();
     // Substitutions directly in the content decide whether the element is shown, and how often.
     // This element's content substitutions: substs_[substsBegin, end) (nested elements push
     // theirs above and take them off again).
@@ -261,12 +272,26 @@ private:
       if (token == 0x04)
       {
         ++pos;
-        const auto from = static_cast<std::uint32_t>(impl_.text.size());
-        impl_.text += "</";
-        impl_.text.append(name);
-        impl_.text += '>';
+        if (direct_ && text_.size() == contentStart)
+        {
+          // Nothing inside: "<name/>", as the fused form gives.
+          text_.back() = '/';
+          text_ += '>';
+          return;
+        }
+        if (direct_)
+        {
+          text_ += "</";
+          text_.append(name);
+          text_ += '>';
+          return;
+        }
+        const auto from = static_cast<std::uint32_t>(text_.size());
+        text_ += "</";
+        text_.append(name);
+        text_ += '>';
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
-                               static_cast<std::uint32_t>(impl_.text.size()) - from});
+                               static_cast<std::uint32_t>(text_.size()) - from});
         if (substs_.size() > substsBegin)
         {
           const auto begin = static_cast<std::uint32_t>(impl_.elementSubsts.size());
@@ -333,7 +358,7 @@ private:
   void NoteLineBreaks(std::size_t from, std::size_t to)
   {
     constexpr std::uint64_t kOnes = 0x0101010101010101ull, kHighs = 0x8080808080808080ull;
-    const char* text = impl_.text.data();
+    const char* text = text_.data();
     std::size_t at = from;
     for (; at + 8 <= to; at += 8)
     {
@@ -381,14 +406,14 @@ private:
       if (!Need(pos + 4, 2 * units))
         return;
       const std::uint8_t* chars = d_ + pos + 4;
-      const auto from = static_cast<std::uint32_t>(impl_.text.size());
+      const std::size_t from = text_.size();
       // Trailing NULs are dropped, as for string values.
       std::uint32_t shown = units;
       while (shown > 0 && Le16(chars + 2 * std::size_t(shown - 1)) == 0)
         --shown;
-      AppendUtf16(impl_.text, chars, shown, TextEscape::Xml);
-      NoteLineBreaks(from, impl_.text.size());
-      EmitAppended(from);
+      AppendUtf16(text_, chars, shown, TextEscape::Xml);
+      NoteLineBreaks(from, text_.size());
+      EmitAppended(static_cast<std::uint32_t>(from));
       Link(parent, NewNode(MakeNode(NodeKind::Value, {},
                                     Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                           2 * units})));
@@ -398,6 +423,12 @@ private:
     {
       if (!Need(pos, 4))
         return;
+      if (direct_)
+      {
+        // A substitution needs the compiled form.
+        status = Status::BadData;
+        return;
+      }
       const std::uint16_t index = Le16(d_ + pos + 1);
       const std::uint8_t type = d_[pos + 3];
       impl_.ops.push_back(Op{OpKind::Subst, token == 0x0e, index, 0, 0});
@@ -415,10 +446,10 @@ private:
       const std::uint16_t code = Le16(d_ + pos + 1);
       char digits[8];
       const auto end = std::to_chars(digits, digits + sizeof digits, code).ptr;
-      const auto from = static_cast<std::uint32_t>(impl_.text.size());
-      impl_.text += "&#";
-      impl_.text.append(digits, end);
-      impl_.text += ';';
+      const auto from = static_cast<std::uint32_t>(text_.size());
+      text_ += "&#";
+      text_.append(digits, end);
+      text_ += ';';
       EmitAppended(from);
       TNode node = MakeNode(NodeKind::CharRef);
       node.charRef = code;
@@ -431,10 +462,10 @@ private:
       std::string_view name;
       if (!ReadName(pos, name))
         return;
-      const auto from = static_cast<std::uint32_t>(impl_.text.size());
-      impl_.text += '&';
-      impl_.text.append(name);
-      impl_.text += ';';
+      const auto from = static_cast<std::uint32_t>(text_.size());
+      text_ += '&';
+      text_.append(name);
+      text_ += ';';
       EmitAppended(from);
       Link(parent, NewNode(MakeNode(NodeKind::EntityRef, name)));
     }
@@ -448,12 +479,12 @@ private:
     if (!Need(pos + 3, 2 * units))
       return;
     const std::uint8_t* chars = d_ + pos + 3;
-    const auto from = static_cast<std::uint32_t>(impl_.text.size());
-    impl_.text += "<![CDATA[";
-    AppendUtf16(impl_.text, chars, units, TextEscape::None);
-    NoteLineBreaks(from, impl_.text.size());
-    impl_.text += "]]>";
-    EmitAppended(from);
+    const std::size_t from = text_.size();
+    text_ += "<![CDATA[";
+    AppendUtf16(text_, chars, units, TextEscape::None);
+    NoteLineBreaks(from, text_.size());
+    text_ += "]]>";
+    EmitAppended(static_cast<std::uint32_t>(from));
     Link(parent, NewNode(MakeNode(NodeKind::CData, {},
                                   Value{static_cast<std::uint8_t>(ValueType::String), chars,
                                         2 * units})));
@@ -477,17 +508,17 @@ private:
     if (!Need(pos + 3, 2 * units))
       return;
     const std::uint8_t* chars = d_ + pos + 3;
-    const auto from = static_cast<std::uint32_t>(impl_.text.size());
-    impl_.text += "<?";
-    impl_.text.append(target);
+    const auto from = static_cast<std::uint32_t>(text_.size());
+    text_ += "<?";
+    text_.append(target);
     if (units > 0)
     {
-      impl_.text += ' ';
-      const std::size_t data = impl_.text.size();
-      AppendUtf16(impl_.text, chars, units, TextEscape::None);
-      NoteLineBreaks(data, impl_.text.size());
+      text_ += ' ';
+      const std::size_t data = text_.size();
+      AppendUtf16(text_, chars, units, TextEscape::None);
+      NoteLineBreaks(data, text_.size());
     }
-    impl_.text += "?>";
+    text_ += "?>";
     EmitAppended(from);
     Link(parent, NewNode(MakeNode(NodeKind::PI, target,
                                   Value{static_cast<std::uint8_t>(ValueType::String), chars,
@@ -498,6 +529,8 @@ private:
   Chunk::Impl& impl_;
   const std::uint8_t* d_;
   std::uint32_t end_;
+  std::string& text_;
+  bool direct_ = false;
   std::vector<std::uint32_t> substs_;
 
 public:
@@ -705,5 +738,17 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   out.status = compiler.status;
   out.lineBreaks = compiler.lineBreaks;
   out.controls = compiler.controls;
+}
+
+bool RenderPlainFragment(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end,
+                         std::string& out, bool& lineBreaks, bool& controls)
+{
+  Compiler compiler(impl, end, &out);
+  compiler.anonymous = true;
+  compiler.tree = false;
+  compiler.Fragment(begin, kNone);
+  lineBreaks = compiler.lineBreaks;
+  controls = compiler.controls;
+  return compiler.status == Status::Ok;
 }
 } // namespace evtx::detail

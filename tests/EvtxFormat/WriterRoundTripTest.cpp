@@ -246,6 +246,46 @@ TEST(WriterRoundTrip, NestedBinaryXmlWithEveryToken)
   EXPECT_EQ(tree.EventData(), evtx::kNoNode);
 }
 
+// A plain fragment that holds substitutions (with no values to fill them) cannot be rendered
+// as it is read; its compiled form gives what the tree renderer gives, and an element that
+// held only content renders empty.
+std::vector<std::uint8_t> UserDataWithSubstitutions(std::uint32_t base)
+{
+  evtx::BinXmlBuilder b(base);
+  b.FragmentHeader();
+  b.OpenElement("Info", false).CloseStart();
+  b.OpenElement("Optional", false).CloseStart().Substitution(0, ValueType::String, true).EndElement();
+  b.OpenElement("Plain", false).CloseStart().Substitution(1, ValueType::String, false).EndElement();
+  b.OpenElement("Fixed", false).CloseStart().Text("t").EndElement();
+  b.OpenElement("Nothing", false).CloseStart().EndElement();
+  b.EndElement();
+  b.End();
+  return b.Bytes();
+}
+
+TEST(WriterRoundTrip, PlainFragmentWithSubstitutionsRendersAsTheTree)
+{
+  TempLog log;
+  auto e = BaseEvent();
+  e.userData = &UserDataWithSubstitutions;
+  const auto chunk = ChunkOfOneEvent(log, e);
+  ASSERT_NE(chunk, nullptr);
+  for (const bool oneLine : {false, true})
+  {
+    evtx::RenderOptions options;
+    options.escapeLineBreaks = oneLine;
+    std::string compiled, fromTree;
+    ASSERT_EQ(chunk->RenderXml(chunk->Records()[0], compiled, options), evtx::Status::Ok);
+    evtx::EventTree tree;
+    ASSERT_EQ(chunk->Decode(chunk->Records()[0], tree), evtx::Status::Ok);
+    evtx::RenderTree(tree, fromTree, options);
+    EXPECT_EQ(compiled, fromTree);
+    EXPECT_NE(compiled.find("<UserData><Info><Plain/><Fixed>t</Fixed><Nothing/></Info></UserData>"),
+              std::string::npos)
+      << compiled;
+  }
+}
+
 // One-line rendering writes forbidden controls as control pictures wherever they are: in
 // template text (the provider's name) and in values; both renderers agree.
 TEST(WriterRoundTrip, OneLineRenderingWritesControlsAsPictures)

@@ -5,6 +5,7 @@
 
 #include "Collector/Interfaces.h"
 #include "Collector/WinEvents/CreateCollector.h"
+#include "SystemMi.h"
 #include "TestSupport/LogCapture.h"
 
 #include <windows.h>
@@ -21,15 +22,6 @@ using namespace collector::ni;
 
 namespace
 {
-bool SystemHasMi()
-{
-  const HMODULE module = LoadLibraryExW(L"mi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-  if (module == nullptr)
-    return false;
-  FreeLibrary(module);
-  return true;
-}
-
 // Every log line as one text, for failure messages.
 std::string AllLines(const natc_test::CCapturingSink& sink)
 {

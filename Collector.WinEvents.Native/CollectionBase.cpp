@@ -74,8 +74,7 @@ public:
     m_owner.m_updateToken.store(nullptr);
     m_owner.m_updateInProgress.store(0);
     m_owner.m_updateInProgress.notify_all();
-    m_owner.m_endedUpdates.fetch_add(1);
-    m_owner.m_endedUpdates.notify_all();
+    m_owner.m_endedUpdates.Increment();
     m_owner.finishStop();
   }
 
@@ -247,8 +246,7 @@ void CCollectionBase::deliverStates()
     m_pendingStates.pop_front();
     lock.unlock();
     deliverState(change);
-    m_deliveredStates.fetch_add(1);
-    m_deliveredStates.notify_all();
+    m_deliveredStates.Increment();
     lock.lock();
   }
   m_delivering = false;
@@ -370,8 +368,7 @@ pool::tp_task CCollectionBase::dispatchUpdate(std::uint64_t generation, const st
     }
     if (ran)
     {
-      released->fetch_add(1);
-      released->notify_all();
+      released->Increment();
     }
   };
   m_currentTask = m_pool.dispatch_proc(std::move(procedure), deadline);
@@ -404,8 +401,7 @@ void CCollectionBase::update()
   }
   if (updateRun(generation, token))
   {
-    m_releasedUpdates->fetch_add(1);
-    m_releasedUpdates->notify_all();
+    m_releasedUpdates->Increment();
   }
 }
 
@@ -416,7 +412,7 @@ bool CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<
   {
     // Read before the attempt: an update that ends after it moves the count on, so the wait
     // below cannot miss it even if another update takes the flag first.
-    const std::uint64_t ended = m_endedUpdates.load();
+    const std::uint64_t ended = m_endedUpdates.Load();
     std::int32_t idle = 0;
     if (m_updateInProgress.compare_exchange_strong(idle, 1))
     {
@@ -439,7 +435,7 @@ bool CCollectionBase::updateRun(std::uint64_t generation, const std::shared_ptr<
       waited = true;
       m_log->Debug(L"Update waits for the previous run's last update");
     }
-    m_endedUpdates.wait(ended);
+    m_endedUpdates.WaitWhileEquals(ended);
   }
   m_begunUpdates.fetch_add(1);
   m_progressGeneration.store(generation);
@@ -711,7 +707,7 @@ void CCollectionBase::Stop(bool sync)
 void CCollectionBase::waitForUpdateEnd()
 {
   // Read before the begun count: an update that lets go after this read moves the count on.
-  const std::uint64_t ended = m_releasedUpdates->load();
+  const std::uint64_t ended = m_releasedUpdates->Load();
   if (m_begunUpdates.load() == ended)
   {
     return;
@@ -720,19 +716,16 @@ void CCollectionBase::waitForUpdateEnd()
   m_log->Info(L"Waiting for current task...");
   // Only the update found in progress is awaited: later ones of a stopped run end at once, and
   // back-to-back updates of a running one would keep a wait for "none in progress" going.
-  for (std::uint64_t now = m_releasedUpdates->load(); now == ended; now = m_releasedUpdates->load())
-  {
-    m_releasedUpdates->wait(now);
-  }
+  m_releasedUpdates->WaitWhileEquals(ended);
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - waitStart;
   m_log->Info(fmt::format(L"Task finished in {:.3}", waited.count()));
 }
 
 void CCollectionBase::waitForDelivery(std::uint64_t queued)
 {
-  for (std::uint64_t delivered = m_deliveredStates.load(); delivered < queued; delivered = m_deliveredStates.load())
+  for (std::uint64_t delivered = m_deliveredStates.Load(); delivered < queued; delivered = m_deliveredStates.Load())
   {
-    m_deliveredStates.wait(delivered);
+    m_deliveredStates.WaitWhileEquals(delivered);
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include "Collector/Interfaces/ICollection.h"
 #include "Log.h"
+#include "WaitableCounter.h"
 
 #include "KeldaKernel/Cancellation.h"
 #include "KeldaKernel/OleDateTime.h"
@@ -150,17 +151,17 @@ private:
   std::deque<CPendingState> m_pendingStates;
   bool m_delivering = false;
   std::atomic<std::uint64_t> m_queuedStates{0};
-  std::atomic<std::uint64_t> m_deliveredStates{0};
+  CWaitableCounter m_deliveredStates;
   std::atomic<std::int32_t> m_updateInProgress{0};
   // The run of the update body in progress.
   std::atomic<std::uint64_t> m_progressGeneration{0};
   // Update bodies that have ended, so that a waiting Stop sees the end of the one it found.
-  std::atomic<std::uint64_t> m_endedUpdates{0};
+  CWaitableCounter m_endedUpdates;
   // Update bodies begun, and those whose pool procedure has also let go of the collection: the
   // second count outlives the collection, so that it moves only once the procedure holds no
   // reference, and a Stop(true) that waits on it returns with no update left anywhere.
   std::atomic<std::uint64_t> m_begunUpdates{0};
-  std::shared_ptr<std::atomic<std::uint64_t>> m_releasedUpdates = std::make_shared<std::atomic<std::uint64_t>>(0);
+  std::shared_ptr<CWaitableCounter> m_releasedUpdates = std::make_shared<CWaitableCounter>();
   // Set by the first subscriber failure on records within one update, which alone is logged.
   std::atomic<bool> m_recordFailureLogged{false};
 };

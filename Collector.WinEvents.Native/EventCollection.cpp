@@ -19,6 +19,13 @@ namespace collector::ni::impl
 {
 namespace
 {
+// An Event Log call that failed and set no error code. Windows sets one with every failure; Wine's
+// stub EvtOpenSession sets none, and a wrapped code 0 (S_OK) would not fail the update.
+CHResultException FailureWithoutCode(const wchar_t* call)
+{
+  return CHResultException(E_FAIL, fmt::format(L"{} failed and set no error code (last error 0)", call));
+}
+
 constexpr HRESULT cancelledHResult = HRESULT_FROM_WIN32(ERROR_CANCELLED);
 
 // Closes a handle of the Event Log API through the collection's table.
@@ -208,7 +215,11 @@ void CEventCollection::updateImpl()
     // The session's failure is reported as this update's, with the last error of the open.
     DWORD error = ERROR_SUCCESS;
     if (!openSession(error))
+    {
+      if (error == ERROR_SUCCESS)
+        KELDA_THROW(FailureWithoutCode(L"EvtOpenSession"));
       KELDA_THROW(CWin32Exception(error));
+    }
   }
   m_accounts.clear();
 
@@ -260,6 +271,8 @@ EVT_HANDLE CEventCollection::openQuery(const tstring& text)
     const DWORD error = GetLastError();
     // Credentials and the host are checked here: the next update logs on afresh.
     m_session.reset();
+    if (error == ERROR_SUCCESS)
+      KELDA_THROW(FailureWithoutCode(L"EvtQuery"));
     KELDA_THROW(CHResultException(HRESULT_FROM_WIN32(error)));
   }
   return query;
@@ -458,6 +471,8 @@ void CEventCollection::processResults(EVT_HANDLE session, EVT_HANDLE query, DWOR
         m_batchSize = m_batchSize / 2;
         continue;
       }
+      if (error == ERROR_SUCCESS)
+        KELDA_THROW(FailureWithoutCode(L"EvtNext"));
       KELDA_THROW(CWin32Exception(error));
     }
     batch.SetCount(returned);

@@ -41,6 +41,12 @@ void MiCollectionBase::SetApplication(std::shared_ptr<CMiApplication> applicatio
   m_application = std::move(application);
 }
 
+void MiCollectionBase::SetApplicationSource(std::function<std::shared_ptr<CMiApplication>()> source)
+{
+  const std::lock_guard guard(m_sessionLock);
+  m_applicationSource = std::move(source);
+}
+
 std::shared_ptr<CMiSession> MiCollectionBase::getSession()
 {
   if (auto cached = m_session.load())
@@ -61,6 +67,10 @@ std::shared_ptr<CMiSession> MiCollectionBase::getSession()
   if (!currentHost)
   {
     KELDA_THROW(CKeldaException(L"Host is unset"));
+  }
+  if (!m_application && m_applicationSource)
+  {
+    m_application = m_applicationSource();
   }
   auto session = std::make_shared<CMiSession>(m_application);
   m_session.store(session);

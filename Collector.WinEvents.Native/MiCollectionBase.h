@@ -12,6 +12,7 @@
 #include "Collector/Interfaces/MiInit.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace collector::ni::impl
@@ -28,6 +29,10 @@ public:
   // a session already handed out stays valid for its holder.
   void SetUser(const std::shared_ptr<IUser>& user) override;
   void SetApplication(std::shared_ptr<CMiApplication> application) override;
+  // Where the first update takes the application from when none was set: the collector's shared
+  // one, whose creation throws MI's reason where MI is missing (no mi.dll), so that the update,
+  // not the collection's creation, fails with it.
+  void SetApplicationSource(std::function<std::shared_ptr<CMiApplication>()> source);
 
 protected:
   // The cached session, connected on first use. A failed connect is not kept: the next update
@@ -36,6 +41,7 @@ protected:
 
 private:
   std::shared_ptr<CMiApplication> m_application;
+  std::function<std::shared_ptr<CMiApplication>()> m_applicationSource;
   CCriticalSection m_sessionLock;
   // Read without the lock on the fast path; written under it.
   std::atomic<std::shared_ptr<CMiSession>> m_session;

@@ -36,8 +36,9 @@ tstring GuidText(const GUID& id)
 
 #if defined(NATC_HAS_MI_COLLECTION) || defined(NATC_HAS_PERF_COLLECTION)
 // One MI application for every MI collection of a collector: the MI client context is meant to
-// be made once per process and shared by its sessions. It is made on the first MI collection, so
-// a collector that reads only event logs never initialises MI.
+// be made once per process and shared by its sessions. It is made on the first update of an MI
+// collection, so a collector that reads only event logs never initialises MI, and a system
+// without MI fails that update (state Error) rather than the collection's creation.
 class CSharedMiApplication
 {
 public:
@@ -75,7 +76,7 @@ std::shared_ptr<CCollectionFactory> CCollectionFactory::BuiltIn()
   factory->Add(L"MiProp", [application](const SCollectionParts& parts) {
     auto collection =
       std::make_shared<MiCollection>(parts.log, parts.threadPool, parts.token, parts.host, parts.user, parts.cls);
-    collection->SetApplication(application->Get());
+    collection->SetApplicationSource([application] { return application->Get(); });
     return SMadeCollection{std::move(collection), {}};
   });
 #endif
@@ -85,7 +86,7 @@ std::shared_ptr<CCollectionFactory> CCollectionFactory::BuiltIn()
     auto targets = std::make_shared<CPerfTargetCollection>();
     auto collection = std::make_shared<CMiPerformanceCollection>(parts.log, parts.threadPool, parts.token,
                                                                  parts.host, parts.user, parts.cls, targets);
-    collection->SetApplication(application->Get());
+    collection->SetApplicationSource([application] { return application->Get(); });
     return SMadeCollection{std::move(collection), {std::move(targets)}};
   });
 #endif

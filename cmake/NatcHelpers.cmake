@@ -77,7 +77,8 @@ endfunction()
 # natc_test(name SOURCES files... DEPS libs... [LABELS labels...] [ENV VAR=value...])
 # Labels in use: unit (default), threading (also run under TSan), samples (needs ../shared),
 # platform (needs a real feature of this machine: /proc, /sys), tools (needs external readers),
-# standin (needs a Linux stand-in of a Windows service; see StandinTests.cmake).
+# standin (needs a Linux stand-in of a Windows service), posix (drives natc through POSIX
+# process control); neither is built for Windows (see StandinTests.cmake).
 function(natc_test name)
   cmake_parse_arguments(A "" "" "SOURCES;DEPS;LABELS;ENV" ${ARGN})
   if(NOT A_LABELS)
@@ -86,6 +87,10 @@ function(natc_test name)
   set(standin_on_windows OFF)
   if(name IN_LIST NATC_STANDIN_TESTS)
     list(APPEND A_LABELS standin)
+    set(standin_on_windows ${WIN32})
+  endif()
+  if(name IN_LIST NATC_POSIX_TESTS)
+    list(APPEND A_LABELS posix)
     set(standin_on_windows ${WIN32})
   endif()
   add_executable(${name} ${A_SOURCES})

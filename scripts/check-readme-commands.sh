@@ -25,8 +25,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 chmod 755 "$work"
 
-# A copy of the repository's entry scripts; build.sh, this check, the natc binary and the package
-# tools are stand-ins that log "<what> uid=<uid> sudo=<0|1>" to $work/log.
+# A copy of the repository's entry scripts; build.sh, the Windows leg, this check, the natc binary
+# and the package tools are stand-ins that log "<what> uid=<uid> sudo=<0|1>" to $work/log.
 make_tree() {
   local tree=$1
   mkdir -p "$tree/scripts" "$tree/.ci" "$tree/build/tools/natc" "$tree/bin"
@@ -35,6 +35,7 @@ make_tree() {
   cp .ci/run "$tree/.ci/run"
   local record='echo "$(basename "$0") $* uid=$(id -u) sudo=${NATC_VIA_SUDO:-0}" >> '"$work/log"
   printf '#!/usr/bin/env bash\n%s\n' "$record" > "$tree/scripts/build.sh"
+  printf '#!/usr/bin/env bash\n%s\n' "$record" > "$tree/scripts/test-windows.sh"
   printf '#!/usr/bin/env bash\n%s\n' "$record" > "$tree/scripts/check-readme-commands.sh"
   printf '#!/usr/bin/env bash\n%s\n' "$record" > "$tree/build/tools/natc/natc"
   for tool in ctest apt-get; do
@@ -62,6 +63,7 @@ run_case() {
   grep -q "^build.sh release" "$work/log" || fail "$name: the build did not run"
   grep -q "^natc run" "$work/log" || fail "$name: natc run did not run"
   grep -q "^ctest " "$work/log" || fail "$name: the tests did not run"
+  grep -q "^test-windows.sh" "$work/log" || fail "$name: the Windows leg did not run"
   if grep -v "^apt-get" "$work/log" | grep -q "sudo=1"; then
     fail "$name: something other than apt-get ran through sudo"
   fi

@@ -20,9 +20,17 @@ foreach(sample ${samples})
     execute_process(COMMAND "${LINUX_NATC}" evtx dump "${sample}" --format ${format}
       OUTPUT_FILE "${linux_out}" RESULT_VARIABLE linux_result)
     execute_process(COMMAND ${EMULATOR} "${WINDOWS_NATC}" evtx dump "${sample}" --format ${format}
-      OUTPUT_FILE "${windows_out}" RESULT_VARIABLE windows_result)
+      OUTPUT_FILE "${windows_out}" ERROR_FILE "${windows_out}.err" RESULT_VARIABLE windows_result)
     if(NOT linux_result STREQUAL windows_result)
-      list(APPEND differing "${name}.${format}: exit ${linux_result} on Linux, ${windows_result} on Windows")
+      # The last lines of the Windows run's stderr say why (natc's message, or Wine's).
+      file(STRINGS "${windows_out}.err" reason)
+      list(LENGTH reason lines)
+      if(lines GREATER 3)
+        math(EXPR first "${lines} - 3")
+        list(SUBLIST reason ${first} 3 reason)
+      endif()
+      list(JOIN reason " | " reason)
+      list(APPEND differing "${name}.${format}: exit ${linux_result} on Linux, ${windows_result} on Windows: ${reason}")
       continue()
     endif()
     execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${linux_out}" "${windows_out}"

@@ -9,13 +9,18 @@ shift
 wine=${NATC_WINE:-/usr/lib/wine/wine64}
 wineserver=${NATC_WINESERVER:-/usr/lib/wine/wineserver}
 export WINEPREFIX=$prefix WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree,mshtml=" WINEARCH=win64
+mkdir -p "$(dirname "$prefix")"
+# Concurrent starts (ctest -j) make the prefix and start the server once. A server started here
+# gets the system's services (services.exe, rpcss...) from a wineboot whose output goes nowhere:
+# they outlive the program, and holding a test's output pipes they would keep ctest waiting.
+exec 9>"$prefix.lock"
+flock 9
 if [ ! -f "$prefix/system.reg" ]; then
-  # Concurrent first runs (ctest -j) make the prefix once.
-  mkdir -p "$(dirname "$prefix")"
-  exec 9>"$prefix.lock"
-  flock 9
-  [ -f "$prefix/system.reg" ] || "$wine" wineboot --init >/dev/null 2>&1
-  flock -u 9
+  "$wine" wineboot --init </dev/null >/dev/null 2>&1
+elif "$wineserver" -p 30 2>/dev/null; then
+  "$wine" wineboot </dev/null >/dev/null 2>&1 || true
 fi
 "$wineserver" -p 30 2>/dev/null || true
+flock -u 9
+exec 9>&-
 exec "$wine" "$@"

@@ -1,12 +1,10 @@
 // The login record of the event log session: credentials only for another account.
+#include "CurrentUser.h"
 #include "EventLogin.h"
 
 #include "KeldaKernel/Account.h"
 
 #include <gtest/gtest.h>
-
-#include <unistd.h>
-#include <pwd.h>
 
 namespace
 {
@@ -43,9 +41,9 @@ TEST(EventLogin, FullyQualifiedNameIsDomainBackslashUser)
   EXPECT_EQ(FullyQualifiedUserName(L"CORP", L"bob"), L"CORP\\bob");
   EXPECT_EQ(FullyQualifiedUserName(L"", L"bob"), L"\\bob");
   // The kernel knows the process's own account under this machine's name.
-  const passwd* entry = getpwuid(geteuid());
-  ASSERT_NE(entry, nullptr);
-  EXPECT_TRUE(IsCurrentFullyQualifiedUser(FullyQualifiedUserName(L".", kelda::FromUtf8(entry->pw_name))));
+  const std::wstring user = TestProcessUserName();
+  ASSERT_FALSE(user.empty());
+  EXPECT_TRUE(IsCurrentFullyQualifiedUser(FullyQualifiedUserName(L".", user)));
   EXPECT_FALSE(IsCurrentFullyQualifiedUser(FullyQualifiedUserName(L"CORP", L"nobody-here")));
 }
 } // namespace

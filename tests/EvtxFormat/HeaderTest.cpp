@@ -114,10 +114,14 @@ TEST(File, ChunksInLogOrderFollowsRecordIds)
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   }
-  evtx::File file;
-  ASSERT_EQ(file.Open(path.string()), evtx::Status::Ok);
-  EXPECT_EQ(file.ChunkCount(), 3u);
-  EXPECT_EQ(evtx::ChunksInLogOrder(file), (std::vector<std::uint32_t>{2, 0}));
+  {
+    evtx::File file;
+    ASSERT_EQ(file.Open(path.string()), evtx::Status::Ok);
+    EXPECT_EQ(file.ChunkCount(), 3u);
+    EXPECT_EQ(evtx::ChunksInLogOrder(file), (std::vector<std::uint32_t>{2, 0}));
+  }
+  // Closed first: Windows deletes no file that is still open without FILE_SHARE_DELETE
+  // (https://learn.microsoft.com/en-us/windows/win32/api/fileapi/nf-fileapi-deletefilew).
   std::filesystem::remove(path);
 }
 } // namespace

@@ -36,7 +36,13 @@ protected:
     ASSERT_EQ(chunk->Records().size(), 1u);
     ASSERT_EQ(chunk->Decode(chunk->Records()[0], tree), evtx::Status::Ok);
   }
-  void TearDown() override { std::filesystem::remove(path); }
+  // Windows deletes no file that is still open without FILE_SHARE_DELETE (ERROR_SHARING_VIOLATION):
+  // https://learn.microsoft.com/en-us/windows/win32/api/fileapi/nf-fileapi-deletefilew
+  void TearDown() override
+  {
+    file.Close();
+    std::filesystem::remove(path);
+  }
 
   bool Selects(const wchar_t* xpath)
   {

@@ -2,16 +2,35 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 
+// Each thread reads its code right after the other thread's change: starting or joining a thread
+// may itself reset the caller's code (TlsGetValue clears it on success, and thread libraries call
+// it: https://learn.microsoft.com/en-us/windows/win32/api/processthreadsapi/nf-processthreadsapi-tlsgetvalue).
+// The threads hand over through an atomic alone, which calls nothing that sets a code.
 TEST(LastError, IsPerThread)
 {
-  SetLastError(ERROR_INVALID_SID);
+  std::atomic<int> step{0};
   DWORD seenByOtherThread = 12345;
-  std::thread([&] { seenByOtherThread = GetLastError(); }).join();
-  EXPECT_EQ(seenByOtherThread, 0u);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_SID);
+  std::thread other([&] {
+    while (step.load() != 1)
+    {
+    }
+    seenByOtherThread = GetLastError();
+    SetLastError(ERROR_ACCESS_DENIED);
+    step.store(2);
+  });
+  SetLastError(ERROR_INVALID_SID);
+  step.store(1);
+  while (step.load() != 2)
+  {
+  }
+  const DWORD seenByThisThread = GetLastError();
+  other.join();
+  EXPECT_NE(seenByOtherThread, static_cast<DWORD>(ERROR_INVALID_SID));
+  EXPECT_EQ(seenByThisThread, static_cast<DWORD>(ERROR_INVALID_SID));
 }
 
 TEST(HResult, FromWin32FollowsTheWindowsRule)

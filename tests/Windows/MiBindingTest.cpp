@@ -2,24 +2,13 @@
 // application fails with a clear error instead of the collector failing to load.
 #include "MiApplication.h"
 #include "MiException.h"
+#include "SystemMi.h"
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
-
-namespace
-{
-bool SystemHasMi()
-{
-  const HMODULE module = LoadLibraryExW(L"mi.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
-  if (module == nullptr)
-    return false;
-  FreeLibrary(module);
-  return true;
-}
-} // namespace
 
 TEST(MiBinding, WithoutMiDllTheApplicationFailsWithNotSupported)
 {

@@ -1,12 +1,13 @@
-// SIGINT and SIGTERM as a command's stop request. Constructed first thing in a command: it
-// blocks both in this thread, so every thread started afterwards (the pool's workers) inherits
-// the mask, and a signal that arrives while the command sets up is kept instead of killing it.
+// A command's stop request: SIGINT and SIGTERM on Linux, Ctrl-C, Ctrl-Break and the console's
+// close request on Windows (reported as SIGINT and SIGTERM). Constructed first thing in a
+// command, so that a request that arrives while the command sets up is kept instead of killing it.
 //   const CStopSignals signals;  ...  signals.WaitForStop(std::nullopt);  ...Stop(true)...
-// Once a stop signal has been taken, a second SIGINT ends the process at once (exit 130), so
-// that a stop that hangs can still be interrupted.
+// Once a stop request has been taken, a second interrupt ends the process at once (exit 130), so
+// that a stop that hangs can still be interrupted. One body per platform (linux/, windows/).
 #pragma once
 
 #include <csignal>
+#include <memory>
 #include <optional>
 
 class CStopSignals
@@ -23,11 +24,7 @@ public:
   int WaitForStop(std::optional<double> seconds) const;
 
 private:
-  // Lets a second SIGINT reach this thread, where it exits at once; returns `signal`.
-  int armSecondInterrupt(int signal) const;
-
-  sigset_t m_set{};
-  sigset_t m_previous{};
-  mutable struct sigaction m_previousAction{};
-  mutable bool m_armed = false;
+  // What the platform keeps between the calls (signal masks, the console handler's state).
+  struct SState;
+  std::unique_ptr<SState> m_state;
 };

@@ -60,6 +60,10 @@ void WriteLog(const std::filesystem::path& path, const std::string& channel, con
 
 std::string DemoLogDirectory()
 {
+#ifdef _WIN32
+  // Windows gives each user a temporary folder of their own.
+  return (std::filesystem::temp_directory_path() / "natc-demo-logs").string();
+#else
   if (const char* cache = std::getenv("XDG_CACHE_HOME"); cache != nullptr && *cache == '/')
   {
     return (std::filesystem::path(cache) / "natc" / "demo-logs").string();
@@ -68,10 +72,6 @@ std::string DemoLogDirectory()
   {
     return (std::filesystem::path(home) / ".cache" / "natc" / "demo-logs").string();
   }
-#ifdef _WIN32
-  // Windows gives each user a temporary folder of their own.
-  return (std::filesystem::temp_directory_path() / "natc-demo-logs").string();
-#else
   return (std::filesystem::temp_directory_path() / ("natc-demo-logs-" + std::to_string(getuid()))).string();
 #endif
 }

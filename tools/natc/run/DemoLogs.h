@@ -10,7 +10,7 @@
 namespace natc::run
 {
 // $XDG_CACHE_HOME/natc/demo-logs, else $HOME/.cache/natc/demo-logs, else a directory under
-// the system's temporary directory.
+// the system's temporary directory; on Windows natc-demo-logs in the user's temporary folder.
 std::string DemoLogDirectory();
 
 // Writes the demo logs into `directory` unless they are there already; returns true when it

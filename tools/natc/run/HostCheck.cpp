@@ -1,18 +1,13 @@
 #include "HostCheck.h"
 
+#include "HostPlatform.h"
 #include "MiCollection.h"
 #include "MiInstance.h"
 #include "MiSession.h"
 
-#include "Cim/Model.h"
-#include "Cim/Wql/Parser.h"
 #include "KeldaKernel/Exceptions.h"
 #include "KeldaKernel/Strings.h"
 
-#include <unistd.h>
-
-#include <algorithm>
-#include <cwctype>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,24 +16,6 @@ namespace natc::run
 {
 namespace
 {
-std::wstring Lower(std::wstring text)
-{
-  std::transform(text.begin(), text.end(), text.begin(), [](wchar_t c) { return std::towlower(static_cast<wint_t>(c)); });
-  return text;
-}
-
-// The names under which the MI API reaches this machine.
-bool IsThisMachine(const std::wstring& host)
-{
-  const std::wstring name = Lower(host);
-  if (name.empty() || name == L"." || name == L"localhost")
-  {
-    return true;
-  }
-  char own[256] = {};
-  return gethostname(own, sizeof own - 1) == 0 && name == Lower(kelda::FromUtf8(own));
-}
-
 class CHostChecker
 {
 public:
@@ -47,13 +24,9 @@ public:
   void Properties(const SCollectionConfig& collection, bool local)
   {
     const std::wstring query = collector::ni::impl::BuildMiPropQuery(collection.miFilter);
-    try
+    if (const auto problem = WqlSyntaxProblem(query))
     {
-      cim::wql::Parse(query);
-    }
-    catch (const cim::Error& error)
-    {
-      add(collection, ".filter", "WQL \"" + kelda::ToUtf8(query) + "\" does not parse: " + kelda::ToUtf8(error.message));
+      add(collection, ".filter", "WQL \"" + kelda::ToUtf8(query) + "\" does not parse: " + *problem);
       return;
     }
     if (!local)

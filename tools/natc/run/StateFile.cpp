@@ -1,16 +1,14 @@
 #include "StateFile.h"
 
+#include "AtomicFile.h"
+
 #include "KeldaKernel/Strings.h"
 
 #include <nlohmann/json.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <unistd.h>
 
 namespace natc::run
 {
@@ -23,30 +21,6 @@ constexpr int stateVersion = 1;
 [[noreturn]] void Refuse(const std::string& fileName, const std::string& why)
 {
   throw CStateError(fileName + ": not a natc state file (" + why + "); left as it is");
-}
-
-// Closes a descriptor on every path.
-class CFileDescriptor
-{
-public:
-  explicit CFileDescriptor(int fd) noexcept : m_fd(fd) {}
-  ~CFileDescriptor()
-  {
-    if (m_fd >= 0)
-      ::close(m_fd);
-  }
-  CFileDescriptor(const CFileDescriptor&) = delete;
-  CFileDescriptor& operator=(const CFileDescriptor&) = delete;
-  int get() const noexcept { return m_fd; }
-  int release() noexcept { return std::exchange(m_fd, -1); }
-
-private:
-  int m_fd;
-};
-
-[[noreturn]] void Fail(const std::string& what, const std::string& path)
-{
-  throw CStateError(path + ": " + what + ": " + std::strerror(errno));
 }
 } // namespace
 
@@ -129,33 +103,6 @@ std::optional<std::vector<SCollectionState>> LoadStateFile(const std::string& pa
 
 void SaveStateFile(const std::string& path, const std::vector<SCollectionState>& collections)
 {
-  const std::string text = FormatState(collections);
-  const std::string temporary = path + ".tmp";
-  {
-    CFileDescriptor file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (file.get() < 0)
-      Fail("cannot be written", temporary);
-    for (std::size_t written = 0; written < text.size();)
-    {
-      const ssize_t now = ::write(file.get(), text.data() + written, text.size() - written);
-      if (now < 0 && errno == EINTR)
-        continue;
-      if (now <= 0)
-        Fail("cannot be written", temporary);
-      written += static_cast<std::size_t>(now);
-    }
-    // The contents reach the disk before the name does: a crash leaves the old or the new file.
-    if (::fsync(file.get()) != 0)
-      Fail("cannot be synced", temporary);
-    if (::close(file.release()) != 0)
-      Fail("cannot be closed", temporary);
-  }
-  if (::rename(temporary.c_str(), path.c_str()) != 0)
-    Fail("cannot replace the state file", path);
-  // The rename itself is made durable by syncing the directory.
-  const std::filesystem::path parent = std::filesystem::absolute(path).parent_path();
-  const CFileDescriptor directory(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (directory.get() >= 0)
-    ::fsync(directory.get());
+  WriteFileAtomically(path, FormatState(collections));
 }
 } // namespace natc::run

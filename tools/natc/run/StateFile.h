@@ -4,7 +4,7 @@
 //     "bookmarks":[{"path":"System","recordId":1234}]}]}
 // Collections are matched by their task's name and their place in the task's "collections".
 // Parsing and formatting are pure; LoadStateFile and SaveStateFile do the file work (the save
-// writes a temporary file beside it, fsyncs it and renames it over the old one).
+// writes a temporary file beside it and moves it durably over the old one: AtomicFile.h).
 #pragma once
 
 #include "Collector/Interfaces/WinEventsInit.h"

@@ -1,3 +1,6 @@
+// Linux body of CStopSignals: SIGINT and SIGTERM are blocked in the constructing thread, so that
+// every thread started afterwards (the pool's workers) inherits the mask and the command takes
+// them with sigtimedwait.
 #include "common/StopSignals.h"
 
 #include <pthread.h>
@@ -7,12 +10,20 @@
 #include <cstdio>
 #include <ctime>
 
-CStopSignals::CStopSignals()
+struct CStopSignals::SState
 {
-  sigemptyset(&m_set);
-  sigaddset(&m_set, SIGINT);
-  sigaddset(&m_set, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &m_set, &m_previous);
+  sigset_t set{};
+  sigset_t previous{};
+  struct sigaction previousAction{};
+  bool armed = false;
+};
+
+CStopSignals::CStopSignals() : m_state(std::make_unique<SState>())
+{
+  sigemptyset(&m_state->set);
+  sigaddset(&m_state->set, SIGINT);
+  sigaddset(&m_state->set, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &m_state->set, &m_state->previous);
 }
 
 namespace
@@ -25,28 +36,19 @@ void ExitAtOnce(int)
   static_cast<void>(ignored);
   _exit(130);
 }
-} // namespace
 
-CStopSignals::~CStopSignals()
+// Lets a second SIGINT reach this thread, where it exits at once; returns `signal`.
+int ArmSecondInterrupt(int signal, struct sigaction& previousAction, bool& armed)
 {
-  pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
-  if (m_armed)
-  {
-    sigaction(SIGINT, &m_previousAction, nullptr);
-  }
-}
-
-int CStopSignals::armSecondInterrupt(int signal) const
-{
-  if (signal <= 0 || m_armed)
+  if (signal <= 0 || armed)
   {
     return signal > 0 ? signal : 0;
   }
-  m_armed = true;
+  armed = true;
   struct sigaction action{};
   action.sa_handler = &ExitAtOnce;
   sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, &m_previousAction);
+  sigaction(SIGINT, &action, &previousAction);
   sigset_t interrupt;
   sigemptyset(&interrupt);
   sigaddset(&interrupt, SIGINT);
@@ -55,11 +57,21 @@ int CStopSignals::armSecondInterrupt(int signal) const
   std::fputs("natc: stopping; interrupt again to exit at once\n", stderr);
   return signal;
 }
+} // namespace
+
+CStopSignals::~CStopSignals()
+{
+  pthread_sigmask(SIG_SETMASK, &m_state->previous, nullptr);
+  if (m_state->armed)
+  {
+    sigaction(SIGINT, &m_state->previousAction, nullptr);
+  }
+}
 
 int CStopSignals::TakePending() const
 {
   const timespec now{0, 0};
-  return armSecondInterrupt(sigtimedwait(&m_set, nullptr, &now));
+  return ArmSecondInterrupt(sigtimedwait(&m_state->set, nullptr, &now), m_state->previousAction, m_state->armed);
 }
 
 int CStopSignals::WaitForStop(std::optional<double> seconds) const
@@ -73,7 +85,7 @@ int CStopSignals::WaitForStop(std::optional<double> seconds) const
     int signal = 0;
     if (!deadline)
     {
-      signal = sigwaitinfo(&m_set, nullptr);
+      signal = sigwaitinfo(&m_state->set, nullptr);
     }
     else
     {
@@ -84,11 +96,11 @@ int CStopSignals::WaitForStop(std::optional<double> seconds) const
       }
       const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
       const timespec timeout{static_cast<time_t>(nanoseconds / 1000000000), static_cast<long>(nanoseconds % 1000000000)};
-      signal = sigtimedwait(&m_set, nullptr, &timeout);
+      signal = sigtimedwait(&m_state->set, nullptr, &timeout);
     }
     if (signal > 0)
     {
-      return armSecondInterrupt(signal);
+      return ArmSecondInterrupt(signal, m_state->previousAction, m_state->armed);
     }
     // EINTR (another signal) or EAGAIN (timeout): the loop checks the deadline again.
   }

@@ -18,6 +18,10 @@ namespace
 class CollectorTest : public ::testing::Test
 {
 protected:
+  // The workers may still be ending an update that the test no longer waits for: joined here, so
+  // that none of them outlives the test and logs while the process exits.
+  ~CollectorTest() override { m_workers.shutdown(); }
+
   pool m_workers{2};
   std::shared_ptr<ICancellation> m_token = create_cancellation();
 };

@@ -10,6 +10,7 @@ set(NATC_STANDIN_TESTS
   perf_collection_tests perf_collection_threading_tests perf_collection_machine_tests natc_perf_tests
   perf_loader_tests perf_loader_machine_tests
   event_collection_tests event_collection_sample_tests event_collection_threading_tests
+  event_wrapped_log_tests
   natc_events_tests collector_integration_tests natc_run_runner_tests)
 
 # Tests that drive the natc binary through a POSIX shell, signals, a pty or posix_spawn. natc_test

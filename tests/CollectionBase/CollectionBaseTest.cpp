@@ -16,6 +16,13 @@ class CollectionBaseTest : public ::testing::Test
 {
 protected:
   void SetUp() override { Make(2); }
+  // Workers may still be ending an update the test no longer waits for: joined here, before the
+  // fixture's members go, so that none of them logs while the process exits.
+  ~CollectionBaseTest() override
+  {
+    if (m_pool)
+      m_pool->shutdown();
+  }
 
   void Make(unsigned threads)
   {

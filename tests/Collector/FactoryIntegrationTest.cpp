@@ -65,6 +65,10 @@ private:
 class FactoryIntegrationTest : public ::testing::Test
 {
 protected:
+  // Workers may still be ending an update the test no longer waits for: joined here, before the
+  // fixture's members go, so that none of them logs while the process exits.
+  ~FactoryIntegrationTest() override { m_workers.shutdown(); }
+
   void SetUp() override
   {
     m_logs.Write("Application", 5);

@@ -151,6 +151,10 @@ std::vector<std::wstring> Joined(std::vector<std::wstring> first, const std::vec
 class EventWrappedLog : public testing::Test
 {
 protected:
+  // Workers may still be ending an update the test no longer waits for: joined here, before the
+  // fixture's members go, so that none of them logs while the process exits.
+  ~EventWrappedLog() override { m_workers.shutdown(); }
+
   void Start()
   {
     m_collector = collector::win_events::create_collector(m_workers, m_token);

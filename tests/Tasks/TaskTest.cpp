@@ -54,6 +54,10 @@ protected:
     return std::dynamic_pointer_cast<CFakeCollection>(collection);
   }
 
+  // Workers may still be ending an update the test no longer waits for: joined here, before the
+  // fixture's members go, so that none of them logs while the process exits.
+  ~TaskTest() override { m_workers.shutdown(); }
+
   pool m_workers{2};
   std::shared_ptr<CLog> m_log = std::make_shared<CLog>(nullptr, L"[NatC]");
   std::shared_ptr<ICancellation> m_token = create_cancellation();

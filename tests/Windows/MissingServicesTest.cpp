@@ -34,6 +34,10 @@ std::string AllLines(const natc_test::CCapturingSink& sink)
 class MissingServicesTest : public ::testing::Test
 {
 protected:
+  // Workers may still be ending an update the test no longer waits for: joined here, before the
+  // fixture's members go, so that none of them logs while the process exits.
+  ~MissingServicesTest() override { m_workers.shutdown(); }
+
   void SetUp() override
   {
     m_collector = collector::win_events::create_collector(m_workers, m_token);

@@ -17,15 +17,13 @@ using collector::ni::win_events::SBookmark;
 
 constexpr DWORD logonFailure = 1326;
 
-class EventBookmarkRun : public testing::Test
+class EventBookmarkRun : public CCollectionTest
 {
 protected:
   void SetUp() override
   {
     g_api = SScriptedApi{};
-    collection = parts.Make(L"server01", ScriptedTable());
-    subscriber = std::make_shared<CCollectingSubscriber>();
-    collection->Subscribe(subscriber);
+    Start(L"server01", ScriptedTable());
   }
 
   void Script(const std::wstring& channel, long long first, long long last)
@@ -33,16 +31,6 @@ protected:
     for (long long id = first; id <= last; ++id)
       g_api.events.push_back(EventXml(channel, id));
   }
-
-  void SetChannels(std::initializer_list<std::wstring> channels)
-  {
-    auto filters = Filters(channels);
-    collection->SetFilter(filters);
-  }
-
-  SCollectionParts parts;
-  std::shared_ptr<CTestEventCollection> collection;
-  std::shared_ptr<CCollectingSubscriber> subscriber;
 };
 
 TEST_F(EventBookmarkRun, TheBookmarkIsKeptUnderThePathTheEventWasReadFrom)

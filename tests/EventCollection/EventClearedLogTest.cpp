@@ -14,22 +14,9 @@ namespace
 {
 using namespace events_test;
 
-class EventClearedLog : public testing::Test
+class EventClearedLog : public CWrittenLogTest
 {
 protected:
-  void SetUp() override
-  {
-    collection = parts.Make(host.Path().wstring());
-    subscriber = std::make_shared<CCollectingSubscriber>();
-    collection->Subscribe(subscriber);
-  }
-
-  void SetChannels(std::initializer_list<std::wstring> channels)
-  {
-    auto filters = Filters(channels);
-    collection->SetFilter(filters);
-  }
-
   // Records delivered by one update.
   std::size_t Update()
   {
@@ -37,11 +24,6 @@ protected:
     collection->UpdateOnce();
     return subscriber->Records().size();
   }
-
-  CTempHost host;
-  SCollectionParts parts;
-  std::shared_ptr<CTestEventCollection> collection;
-  std::shared_ptr<CCollectingSubscriber> subscriber;
 };
 
 TEST_F(EventClearedLog, APathInOtherCaseIsReadOnce)

@@ -18,22 +18,9 @@ using namespace events_test;
 using collector::ni::impl::CField;
 using collector::ni::impl::CRecordOnVector;
 
-class EventCollectionLog : public testing::Test
+class EventCollectionLog : public CWrittenLogTest
 {
 protected:
-  void SetUp() override
-  {
-    collection = parts.Make(host.Path().wstring());
-    subscriber = std::make_shared<CCollectingSubscriber>();
-    collection->Subscribe(subscriber);
-  }
-
-  void SetChannels(std::initializer_list<std::wstring> channels)
-  {
-    auto filters = Filters(channels);
-    collection->SetFilter(filters);
-  }
-
   std::vector<int> DeliveredIndexes() const
   {
     std::vector<int> indexes;
@@ -41,11 +28,6 @@ protected:
       indexes.push_back(IndexOf(*record));
     return indexes;
   }
-
-  CTempHost host;
-  SCollectionParts parts;
-  std::shared_ptr<CTestEventCollection> collection;
-  std::shared_ptr<CCollectingSubscriber> subscriber;
 };
 
 TEST_F(EventCollectionLog, ARecordHasTheEightFieldsInOrderAndAKeyOfItsOwn)

@@ -17,15 +17,13 @@ using namespace events_test;
 
 constexpr DWORD logonFailure = 1326;
 
-class EventCollectionRun : public testing::Test
+class EventCollectionRun : public CCollectionTest
 {
 protected:
   void SetUp() override
   {
     g_api = SScriptedApi{};
-    collection = parts.Make(L"server01", ScriptedTable());
-    subscriber = std::make_shared<CCollectingSubscriber>();
-    collection->Subscribe(subscriber);
+    Start(L"server01", ScriptedTable());
   }
 
   void Script(const std::wstring& channel, std::initializer_list<long long> recordIds)
@@ -40,12 +38,6 @@ protected:
       g_api.events.push_back(EventXml(channel, i));
   }
 
-  void SetChannels(std::initializer_list<std::wstring> channels)
-  {
-    auto filters = Filters(channels);
-    collection->SetFilter(filters);
-  }
-
   std::vector<long long> DeliveredIds() const
   {
     std::vector<long long> ids;
@@ -53,10 +45,6 @@ protected:
       ids.push_back(std::stoll(List(*record, L"Data").at(0)));
     return ids;
   }
-
-  SCollectionParts parts;
-  std::shared_ptr<CTestEventCollection> collection;
-  std::shared_ptr<CCollectingSubscriber> subscriber;
 };
 
 TEST_F(EventCollectionRun, AnEmptyFilterListMakesEveryUpdateANoOp)

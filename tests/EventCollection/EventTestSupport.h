@@ -257,6 +257,37 @@ inline std::vector<SFilter> Filters(std::initializer_list<std::wstring> channels
   return filters;
 }
 
+// A collection made of test parts, with a subscriber that keeps what each update delivers.
+class CCollectionTest : public testing::Test
+{
+protected:
+  void Start(const std::wstring& hostName, const SEventLogApi& api = {})
+  {
+    collection = parts.Make(hostName, api);
+    subscriber = std::make_shared<CCollectingSubscriber>();
+    collection->Subscribe(subscriber);
+  }
+
+  void SetChannels(std::initializer_list<std::wstring> channels)
+  {
+    auto filters = Filters(channels);
+    collection->SetFilter(filters);
+  }
+
+  SCollectionParts parts;
+  std::shared_ptr<CTestEventCollection> collection;
+  std::shared_ptr<CCollectingSubscriber> subscriber;
+};
+
+// The collection over a directory of written channel files.
+class CWrittenLogTest : public CCollectionTest
+{
+protected:
+  void SetUp() override { Start(host.Path().wstring()); }
+
+  CTempHost host;
+};
+
 // Field readers: a failed lookup or a value of another kind fails the test.
 inline const collector::ni::FieldValue& ValueOf(IRecord& record, std::wstring_view name)
 {

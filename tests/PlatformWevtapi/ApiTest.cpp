@@ -411,7 +411,7 @@ TEST_F(Api, RecordIdBoundSkipsOlderChunksWithoutLoadingThem)
   const std::uint32_t chunks = file.ChunkCount();
   ASSERT_GT(chunks, 3u);
   auto query = evtx::query::Query::ParseXPath(L"*[System[EventRecordID>1995]]", L"Big");
-  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), host.Path().string(), L"Big");
+  natc::winevt::ChannelCursor cursor(std::move(file), 0, false, query.MinRecordId(0), L"Big");
   std::vector<std::uint64_t> ids;
   std::shared_ptr<natc::winevt::EventObject> event;
   for (;;)

@@ -101,7 +101,7 @@ EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags
     std::vector<ChannelCursor> cursors;
     for (std::size_t c = 0; c < files.size(); ++c)
       if (files[c] && compiled->Reads(c))
-        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c), directory,
+        cursors.emplace_back(std::move(*files[c]), c, reverse, compiled->MinRecordId(c),
                              std::wstring(WithoutScheme(compiled->Channels()[c])));
     evtx::query::EvalContext context;
     context.nowFileTime = evtx::query::CurrentFileTime();

@@ -10,9 +10,9 @@
 namespace natc::winevt
 {
 ChannelCursor::ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId,
-                             std::string logDirectory, std::wstring path)
+                             std::wstring path)
   : m_file(std::move(file)), m_channel(channel), m_reverse(reverse), m_minRecordId(minRecordId),
-    m_logDirectory(std::move(logDirectory)), m_path(std::make_shared<const std::wstring>(std::move(path)))
+    m_path(std::make_shared<const std::wstring>(std::move(path)))
 {
 }
 

@@ -42,8 +42,7 @@ public:
   };
 
   // path: the channel or file path as the query names it, which its events report.
-  ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId, std::string logDirectory,
-                std::wstring path);
+  ChannelCursor(evtx::File file, std::size_t channel, bool reverse, std::uint64_t minRecordId, std::wstring path);
 
   Step Next(const evtx::query::Query& query, const evtx::query::EvalContext& context,
             std::shared_ptr<EventObject>& out);
@@ -71,7 +70,6 @@ private:
   std::uint64_t m_minRecordId;
   // Set by a seek from a bookmark: records below it are not read.
   std::uint64_t m_seekFloor = 0;
-  std::string m_logDirectory;
   std::shared_ptr<const std::wstring> m_path;
   bool m_planned = false;
   struct PlannedChunk

@@ -16,14 +16,6 @@ class CollectionBaseTest : public ::testing::Test
 {
 protected:
   void SetUp() override { Make(2); }
-  // Workers may still be ending an update the test no longer waits for: joined here, before the
-  // fixture's members go, so that none of them logs while the process exits.
-  ~CollectionBaseTest() override
-  {
-    if (m_pool)
-      m_pool->shutdown();
-  }
-
   void Make(unsigned threads)
   {
     m_pool.emplace(threads);
@@ -44,6 +36,10 @@ protected:
       m_collection->Stop(true);
       m_collection.reset();
     }
+    // Workers may still be ending an update the test no longer waits for: joined here, so that
+    // none of them outlives the fixture and logs while the process exits.
+    if (m_pool)
+      m_pool->shutdown();
     m_pool.reset();
   }
 

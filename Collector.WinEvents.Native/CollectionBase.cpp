@@ -150,7 +150,6 @@ std::shared_ptr<IClass> CCollectionBase::GetClass() const
 void CCollectionBase::SetUser(const std::shared_ptr<IUser>& user)
 {
   m_user.store(user);
-  m_user.notify_all();
 }
 
 void CCollectionBase::SetUpdatePeriod(int seconds)

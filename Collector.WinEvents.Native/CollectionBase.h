@@ -8,6 +8,7 @@
 
 #include "Collector/Interfaces/ICollection.h"
 #include "Log.h"
+#include "SharedSlot.h"
 #include "WaitableCounter.h"
 
 #include "KeldaKernel/Cancellation.h"
@@ -133,11 +134,11 @@ private:
   tstring m_name;
   pool m_pool;
   // The token of the current run, and of the update body in progress.
-  std::atomic<std::shared_ptr<ICancellation>> m_cancellation;
-  std::atomic<std::shared_ptr<ICancellation>> m_updateToken;
+  CSharedSlot<ICancellation> m_cancellation;
+  CSharedSlot<ICancellation> m_updateToken;
   std::shared_ptr<ICancellationToken> m_parentToken;
   std::shared_ptr<IHost> m_host;
-  std::atomic<std::shared_ptr<IUser>> m_user;
+  CSharedSlot<IUser> m_user;
   std::shared_ptr<IClass> m_class;
   // Every change of the internal state, the run number and the current task is made under
   // this lock, and each public change is queued under it too, so that subscribers hear the

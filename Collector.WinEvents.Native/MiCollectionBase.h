@@ -7,11 +7,11 @@
 
 #include "CollectionBase.h"
 #include "MiClient/MiSession.h"
+#include "SharedSlot.h"
 
 #include "Collector/Interfaces/Impl/CriticalSection.h"
 #include "Collector/Interfaces/MiInit.h"
 
-#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -43,7 +43,7 @@ private:
   std::shared_ptr<CMiApplication> m_application;
   std::function<std::shared_ptr<CMiApplication>()> m_applicationSource;
   CCriticalSection m_sessionLock;
-  // Read without the lock on the fast path; written under it.
-  std::atomic<std::shared_ptr<CMiSession>> m_session;
+  // Read without m_sessionLock on the fast path; replaced under it.
+  CSharedSlot<CMiSession> m_session;
 };
 } // namespace collector::ni::impl

@@ -705,17 +705,21 @@ void CCollectionBase::Stop(bool sync)
 
 void CCollectionBase::waitForUpdateEnd()
 {
-  // Read before the begun count: an update that lets go after this read moves the count on.
-  const std::uint64_t ended = m_releasedUpdates->Load();
-  if (m_begunUpdates.load() == ended)
+  // Only the updates begun by now are awaited: later ones of a stopped run end at once, and
+  // back-to-back updates of a running one would keep a wait for "none in progress" going.
+  // Two can be in progress: one that has scheduled the next and not yet let go, and the next.
+  const std::uint64_t begun = m_begunUpdates.load();
+  std::uint64_t released = m_releasedUpdates->Load();
+  if (released >= begun)
   {
     return;
   }
   const auto waitStart = std::chrono::steady_clock::now();
   m_log->Info(L"Waiting for current task...");
-  // Only the update found in progress is awaited: later ones of a stopped run end at once, and
-  // back-to-back updates of a running one would keep a wait for "none in progress" going.
-  m_releasedUpdates->WaitWhileEquals(ended);
+  for (; released < begun; released = m_releasedUpdates->Load())
+  {
+    m_releasedUpdates->WaitWhileEquals(released);
+  }
   const std::chrono::duration<double> waited = std::chrono::steady_clock::now() - waitStart;
   m_log->Info(fmt::format(L"Task finished in {:.3}", waited.count()));
 }

@@ -70,6 +70,8 @@ protected:
       collection->Stop(true);
       collection.reset();
     }
+    // Joins the workers first: one may still be ending an update that logs.
+    threadPool->shutdown();
     threadPool.reset();
     const auto live = cim::testing::MiMonitor().Live();
     EXPECT_EQ(live.sessions, m_baseline.sessions);

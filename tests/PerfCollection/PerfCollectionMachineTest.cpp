@@ -111,6 +111,8 @@ protected:
   {
     collection->Stop(true);
     collection.reset();
+    // Joins the workers first: one may still be ending an update that logs.
+    threadPool->shutdown();
     threadPool.reset();
   }
 

@@ -109,6 +109,8 @@ protected:
     first->Release();
     collection->Stop(true);
     collection.reset();
+    // Joins the workers first: one may still be ending an update that logs.
+    threadPool->shutdown();
     threadPool.reset();
   }
 

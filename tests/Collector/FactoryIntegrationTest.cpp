@@ -8,6 +8,7 @@
 #include "Collector/Interfaces.h"
 #include "Collector/WinEvents/CreateCollector.h"
 #include "Evtx/Writer.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -23,30 +24,13 @@ namespace
 class CTempLogs
 {
 public:
-  CTempLogs()
-  {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-collector-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr)
-    {
-      throw std::runtime_error("mkdtemp failed");
-    }
-    m_path = pattern;
-  }
-  ~CTempLogs()
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  CTempLogs(const CTempLogs&) = delete;
-  CTempLogs& operator=(const CTempLogs&) = delete;
-
-  const std::filesystem::path& Path() const { return m_path; }
+  const std::filesystem::path& Path() const { return m_directory.Path(); }
 
   void Write(const std::string& channel, int count)
   {
     evtx::Writer writer;
     std::string error;
-    ASSERT_TRUE(writer.Create((m_path / (channel + ".evtx")).string(), &error)) << error;
+    ASSERT_TRUE(writer.Create((Path() / (channel + ".evtx")).string(), &error)) << error;
     for (int i = 1; i <= count; ++i)
     {
       evtx::WriterEvent event;
@@ -59,7 +43,7 @@ public:
   }
 
 private:
-  std::filesystem::path m_path;
+  TempDirectory m_directory{"natc-collector"};
 };
 
 class FactoryIntegrationTest : public ::testing::Test

@@ -9,6 +9,7 @@
 #include "Collector/Interfaces/IHost.h"
 #include "Collector/Interfaces/IUser.h"
 #include "Evtx/Writer.h"
+#include "TestSupport/TempDirectory.h"
 #include "KeldaKernel/Cancellation.h"
 #include "Log.h"
 
@@ -40,32 +41,17 @@ constexpr auto waitLimit = 30s;
 class CTempHost
 {
 public:
-  CTempHost()
-  {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-events-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr)
-      throw std::runtime_error("mkdtemp failed");
-    m_path = pattern;
-  }
-  ~CTempHost()
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  CTempHost(const CTempHost&) = delete;
-  CTempHost& operator=(const CTempHost&) = delete;
-
-  const std::filesystem::path& Path() const { return m_path; }
+  const std::filesystem::path& Path() const { return m_directory.Path(); }
   // The file of a channel as Windows names it ("A/B" is "A%4B.evtx").
   std::string ChannelFile(std::string channel) const
   {
     for (std::size_t at = channel.find('/'); at != std::string::npos; at = channel.find('/'))
       channel.replace(at, 1, "%4");
-    return (m_path / (channel + ".evtx")).string();
+    return (Path() / (channel + ".evtx")).string();
   }
 
 private:
-  std::filesystem::path m_path;
+  TempDirectory m_directory{"natc-events"};
 };
 
 // Appends events numbered first..first+count-1 to a channel file (created when asked).

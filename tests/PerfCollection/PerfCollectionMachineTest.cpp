@@ -4,6 +4,7 @@
 // updates run on the test thread), and `sleep` children that end or start become removed and
 // added targets.
 #include "PerfFixture.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -319,33 +320,10 @@ private:
   bool m_running = false;
 };
 
-// A private directory for the children's links, removed with the test.
-class CTempDirectory
-{
-public:
-  CTempDirectory()
-  {
-    std::string pattern = "/tmp/natc-perf-XXXXXX";
-    if (mkdtemp(pattern.data()) != nullptr)
-      m_path = pattern;
-  }
-  ~CTempDirectory()
-  {
-    if (!m_path.empty())
-      rmdir(m_path.c_str());
-  }
-  CTempDirectory(const CTempDirectory&) = delete;
-  CTempDirectory& operator=(const CTempDirectory&) = delete;
-  const std::string& Path() const { return m_path; }
-
-private:
-  std::string m_path;
-};
-
 TEST_F(PerfCollectionMachineTest, EndedProcessIsARemovedTargetAndANewOneAnAddedTargetWithANewNumber)
 {
-  const CTempDirectory directory;
-  ASSERT_FALSE(directory.Path().empty());
+  // A private directory for the children's links, removed with the test.
+  const TempDirectory directory("natc-perf");
   // Process names have at most 15 characters; the test's own id keeps them apart from others.
   const std::string tag = std::to_string(getpid() % 1000000);
   const std::string firstName = "natcA" + tag;
@@ -378,7 +356,7 @@ TEST_F(PerfCollectionMachineTest, EndedProcessIsARemovedTargetAndANewOneAnAddedT
 
   // Targets of the processes running before the children, so that every number given is known.
   collection->UpdateOnce();
-  CSleepingChild first(directory.Path(), firstName);
+  CSleepingChild first(directory.Path().string(), firstName);
   ASSERT_TRUE(first.Running());
   const std::uint64_t givenBeforeFirst = targets->NumbersGiven();
   const __int64 firstId = updateUntilAdded(firstName);
@@ -391,7 +369,7 @@ TEST_F(PerfCollectionMachineTest, EndedProcessIsARemovedTargetAndANewOneAnAddedT
   for (const auto& [identity, data] : targets->Targets())
     EXPECT_NE(identity.instance, kelda::FromUtf8(firstName));
 
-  CSleepingChild second(directory.Path(), secondName);
+  CSleepingChild second(directory.Path().string(), secondName);
   ASSERT_TRUE(second.Running());
   const std::uint64_t givenBeforeSecond = targets->NumbersGiven();
   const __int64 secondId = updateUntilAdded(secondName);

@@ -264,7 +264,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   return Status::Ok;
 }
 
-Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
+Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, detail::TextBuffer& out,
                                    TextEscape escape, int depth)
 {
   if (depth > detail::kMaxFragmentDepth)
@@ -278,7 +278,9 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::
     const std::size_t start = out.size();
     bool lineBreaks = false;
     bool controls = false;
-    if (detail::RenderPlainFragment(*this, pos, end, out, lineBreaks, controls))
+    const bool rendered = detail::RenderPlainFragment(*this, pos, end, out.Commit(), lineBreaks, controls);
+    out.Sync();
+    if (rendered)
     {
       // Compiled, it would be one op of text, or none when empty.
       const std::uint32_t opCount = out.size() > start ? 1 : 0;
@@ -303,7 +305,7 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::
   return status;
 }
 
-Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEscape escape,
+Status Chunk::Impl::Run(const OpenedFragment& fragment, detail::TextBuffer& out, TextEscape escape,
                         int depth)
 {
   const std::size_t renderStart = out.size();
@@ -320,9 +322,12 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
   return Status::Ok;
 }
 
-void Chunk::Impl::RewriteOneLine(std::string& out, std::size_t from, bool lineBreaks,
+void Chunk::Impl::RewriteOneLine(detail::TextBuffer& buffer, std::size_t from, bool lineBreaks,
                                  bool controls)
 {
+  if (!controls && !lineBreaks)
+    return;
+  std::string& out = buffer.Commit();
   if (controls)
     ReplaceForbiddenControls(out, from);
   if (lineBreaks)
@@ -340,10 +345,11 @@ void Chunk::Impl::RewriteOneLine(std::string& out, std::size_t from, bool lineBr
         out += c;
     }
   }
+  buffer.Sync();
 }
 
 Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,
-                                       const Item& item, std::string& out, TextEscape escape,
+                                       const Item& item, detail::TextBuffer& out, TextEscape escape,
                                        int depth, bool& notNullType)
 {
   const Value value = Substitution(fragment, index, item);
@@ -359,13 +365,13 @@ Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint
   }
   else
   {
-    AppendValueText(out, value, escape);
+    detail::AppendValueText(out, value, escape);
   }
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
-                           std::string& out, TextEscape escape, int depth, const Item& item)
+                           detail::TextBuffer& out, TextEscape escape, int depth, const Item& item)
 {
   std::size_t contentStart[detail::kMaxElementDepth + 2];
   int open = 0;
@@ -663,9 +669,13 @@ Status Chunk::RenderXml(const Record& record, std::string& out, const RenderOpti
   const std::size_t mark = out.size();
   impl_->budget = detail::kRecordBudget;
   impl_->outputLimit = mark + detail::kRecordOutputLimit;
-  const Status status = impl_->RenderFragment(
-    record.offset + kRecordHeaderSize, record.offset + record.size - 4, out,
-    options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+  Status status = Status::Ok;
+  {
+    detail::TextBuffer buffer(out);
+    status = impl_->RenderFragment(record.offset + kRecordHeaderSize,
+                                   record.offset + record.size - 4, buffer,
+                                   options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+  }
   if (status != Status::Ok)
     out.resize(mark);
   return status;

@@ -278,9 +278,7 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, detai
     const std::size_t start = out.size();
     bool lineBreaks = false;
     bool controls = false;
-    const bool rendered = detail::RenderPlainFragment(*this, pos, end, out.Commit(), lineBreaks, controls);
-    out.Sync();
-    if (rendered)
+    if (detail::RenderPlainFragment(*this, pos, end, out, lineBreaks, controls))
     {
       // Compiled, it would be one op of text, or none when empty.
       const std::uint32_t opCount = out.size() > start ? 1 : 0;

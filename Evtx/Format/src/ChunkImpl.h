@@ -185,6 +185,6 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
 // one-line rewrite, which lineBreaks and controls call for; false (with some text appended)
 // when the fragment needs the compiled form or does not parse.
 bool RenderPlainFragment(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end,
-                         std::string& out, bool& lineBreaks, bool& controls);
+                         TextBuffer& out, bool& lineBreaks, bool& controls);
 } // namespace detail
 } // namespace evtx

@@ -560,9 +560,12 @@ bool ParseDigits(const char*& p, const char* end, int count, unsigned& out)
 
 namespace
 {
-// The number of leading units of the UTF-16 text that are ASCII and copied as they are under
-// `escape`. With SSE2 (every x86-64), eight units are tested at a time.
-std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEscape escape)
+// Narrows the leading units of the UTF-16 text that are ASCII and copied as they are under
+// `escape` into `to` (room for `units` bytes), in the same pass that finds them; returns how
+// many. With SSE2 (every x86-64), eight units at a time: each block is stored whole, and the
+// bytes past the run are left for the caller to overwrite.
+std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units, TextEscape escape,
+                             char* to)
 {
   std::size_t run = 0;
 #ifdef __SSE2__
@@ -571,6 +574,7 @@ std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEsca
   for (; run + 8 <= units; run += 8)
   {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * run));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + run), _mm_packus_epi16(v, v));
     // All ones in the units that stop the run.
     __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero), _mm_set1_epi16(-1));
     if (escape != TextEscape::None)
@@ -580,36 +584,11 @@ std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEsca
       return run + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
   }
 #endif
-  if (escape == TextEscape::None)
-  {
-    while (run < units && Le16(utf16 + 2 * run) < 0x80)
-      ++run;
-  }
-  else
-  {
-    for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 && kPlainAscii[c];)
-      ++run;
-  }
+  for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 &&
+                            (escape == TextEscape::None || kPlainAscii[c]);
+       ++run)
+    to[run] = static_cast<char>(c);
   return run;
-}
-
-// Appends `units` ASCII UTF-16 units as bytes.
-template <class Out>
-void AppendNarrowed(Out& out, const std::uint8_t* utf16, std::size_t units)
-{
-  const std::size_t at = out.size();
-  out.resize(at + units);
-  char* to = out.data() + at;
-  std::size_t k = 0;
-#ifdef __SSE2__
-  for (; k + 8 <= units; k += 8)
-  {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * k));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + k), _mm_packus_epi16(v, v));
-  }
-#endif
-  for (; k < units; ++k)
-    to[k] = static_cast<char>(utf16[2 * k]);
 }
 } // namespace
 
@@ -618,15 +597,14 @@ void WriteUtf16(Out& out, const std::uint8_t* utf16, std::size_t units, TextEsca
 {
   for (std::size_t i = 0; i < units;)
   {
-    // Most text is plain ASCII: copy each run of it in one step.
-    const std::size_t run = PlainAsciiRun(utf16 + 2 * i, units - i, escape);
-    if (run > 0)
-    {
-      AppendNarrowed(out, utf16 + 2 * i, run);
-      i += run;
-      if (i == units)
-        break;
-    }
+    // Most text is plain ASCII: narrow each run of it in one step, straight into the output.
+    const std::size_t at = out.size();
+    out.resize(at + (units - i));
+    const std::size_t run = NarrowPlainAscii(utf16 + 2 * i, units - i, escape, out.data() + at);
+    out.resize(at + run);
+    i += run;
+    if (i == units)
+      break;
     std::uint32_t c = Le16(utf16 + 2 * i);
     ++i;
     if (c < 0x80)

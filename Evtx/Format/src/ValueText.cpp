@@ -255,7 +255,7 @@ void AppendDateTime(Out& out, int year, unsigned month, unsigned day, unsigned h
 }
 
 template <class Out>
-void AppendGuid(Out& out, const std::uint8_t* g)
+[[gnu::noinline]] void AppendGuid(Out& out, const std::uint8_t* g)
 {
   // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}: the first three groups are little-endian.
   char text[38];
@@ -293,7 +293,7 @@ std::uint32_t SidSize(const std::uint8_t* p, std::uint32_t size)
 }
 
 template <class Out>
-void AppendSid(Out& out, const std::uint8_t* p, std::uint32_t size)
+[[gnu::noinline]] void AppendSid(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
   out += "S-";
   AppendNumber(out, static_cast<unsigned>(p[0]));
@@ -338,7 +338,7 @@ std::uint32_t FixedItemSize(ValueType type, std::uint32_t totalSize)
 }
 
 template <class Out>
-void AppendBinary(Out& out, const std::uint8_t* p, std::uint32_t size)
+[[gnu::noinline]] void AppendBinary(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
   const std::size_t at = out.size();
   out.resize(at + 2 * std::size_t(size));
@@ -394,6 +394,31 @@ std::uint32_t PlainAsciiBytes(const std::uint8_t* p, std::uint32_t size, TextEsc
 }
 
 template <class Out>
+[[gnu::noinline]] void AppendLatin1(Out& out, const std::uint8_t* p, std::uint32_t size,
+                                    TextEscape escape)
+{
+  while (size > 0 && p[size - 1] == 0)
+    --size;
+  for (std::uint32_t i = 0; i < size;)
+  {
+    // Runs that need no escaping are copied in one step.
+    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
+    if (run > i)
+    {
+      out.append(reinterpret_cast<const char*>(p + i), run - i);
+      i = run;
+      continue;
+    }
+    if (p[i] < 0x80)
+      AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
+    else
+      AppendCodePoint(out, p[i]);
+    ++i;
+  }
+}
+
+// The helpers that stay out of line above keep this dispatch free of their register saves.
+template <class Out>
 void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
                   TextEscape escape)
 {
@@ -409,28 +434,7 @@ void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t
     WriteUtf16(out, p, units, escape);
     return;
   }
-  case ValueType::AnsiString:
-  {
-    while (size > 0 && p[size - 1] == 0)
-      --size;
-    for (std::uint32_t i = 0; i < size;)
-    {
-      // Runs that need no escaping are copied in one step.
-      const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
-      if (run > i)
-      {
-        out.append(reinterpret_cast<const char*>(p + i), run - i);
-        i = run;
-        continue;
-      }
-      if (p[i] < 0x80)
-        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
-      else
-        AppendCodePoint(out, p[i]);
-      ++i;
-    }
-    return;
-  }
+  case ValueType::AnsiString: return AppendLatin1(out, p, size, escape);
   case ValueType::Int8:
     if (size >= 1)
       return AppendNumber(out, static_cast<std::int8_t>(p[0]));
@@ -529,8 +533,9 @@ void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t
   AppendBinary(out, p, size);
 }
 
+// Kept out of line: inlined, it makes every scalar value pay for its register saves.
 template <class Out>
-void AppendArray(Out& out, const Value& array, TextEscape escape)
+[[gnu::noinline]] void AppendArray(Out& out, const Value& array, TextEscape escape)
 {
   std::uint32_t pos = 0;
   Value item;

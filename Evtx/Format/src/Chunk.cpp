@@ -355,16 +355,18 @@ Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint
   if (value.IsNull())
     return Status::Ok;
   if (value.BaseType() == ValueType::BinXml && !value.IsArray())
-  {
-    const auto offset = static_cast<std::uint32_t>(value.data - data);
-    const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
-    if (status != Status::Ok)
-      return status;
-  }
-  else
-  {
-    detail::AppendValueText(out, value, escape);
-  }
+    return AppendFragmentValue(value, out, escape, depth);
+  detail::AppendValueText(out, value, escape);
+  return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
+}
+
+Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& out,
+                                        TextEscape escape, int depth)
+{
+  const auto offset = static_cast<std::uint32_t>(value.data - data);
+  const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
+  if (status != Status::Ok)
+    return status;
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 

@@ -409,11 +409,16 @@ template <class Out>
       i = run;
       continue;
     }
-    if (p[i] < 0x80)
-      AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
-    else
-      AppendCodePoint(out, p[i]);
-    ++i;
+    // Bytes that are rewritten often come in runs (text that holds binary data): take them
+    // one by one until the next plain byte rather than searching afresh after each.
+    do
+    {
+      if (p[i] < 0x80)
+        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
+      else
+        AppendCodePoint(out, p[i]);
+      ++i;
+    } while (i < size && (p[i] >= 0x80 || (escape != TextEscape::None && !kPlainAscii[p[i]])));
   }
 }
 

@@ -160,6 +160,18 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
   }
 }
 
+// ANSI text where rewritten bytes follow one another (binary data in a text field), then plain
+// text again: each is rewritten and the plain text after them is kept.
+TEST(ValueText, AnsiRunsOfRewrittenBytes)
+{
+  const WriterValue ansi = WriterValue::Ansi("<<&\x80\xff\x01\x02>\n\tplain'\"");
+  EXPECT_EQ(Text(ansi, evtx::TextEscape::XmlOneLine),
+            "&lt;&lt;&amp;\xc2\x80\xc3\xbf\xe2\x90\x81\xe2\x90\x82&gt;&#10;\tplain&apos;&quot;");
+  EXPECT_EQ(Text(ansi, evtx::TextEscape::Xml),
+            "&lt;&lt;&amp;\xc2\x80\xc3\xbf\x01\x02&gt;\n\tplain&apos;&quot;");
+  EXPECT_EQ(Text(ansi), "<<&\xc2\x80\xc3\xbf\x01\x02>\n\tplain'\"");
+}
+
 TEST(ValueText, Conversions)
 {
   std::uint64_t n = 0;

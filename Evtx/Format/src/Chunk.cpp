@@ -264,7 +264,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   return Status::Ok;
 }
 
-Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
+Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, detail::TextBuffer& out,
                                    TextEscape escape, int depth)
 {
   if (depth > detail::kMaxFragmentDepth)
@@ -303,7 +303,7 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, std::
   return status;
 }
 
-Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEscape escape,
+Status Chunk::Impl::Run(const OpenedFragment& fragment, detail::TextBuffer& out, TextEscape escape,
                         int depth)
 {
   const std::size_t renderStart = out.size();
@@ -320,9 +320,12 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, std::string& out, TextEs
   return Status::Ok;
 }
 
-void Chunk::Impl::RewriteOneLine(std::string& out, std::size_t from, bool lineBreaks,
+void Chunk::Impl::RewriteOneLine(detail::TextBuffer& buffer, std::size_t from, bool lineBreaks,
                                  bool controls)
 {
+  if (!controls && !lineBreaks)
+    return;
+  std::string& out = buffer.Commit();
   if (controls)
     ReplaceForbiddenControls(out, from);
   if (lineBreaks)
@@ -340,10 +343,11 @@ void Chunk::Impl::RewriteOneLine(std::string& out, std::size_t from, bool lineBr
         out += c;
     }
   }
+  buffer.Sync();
 }
 
 Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,
-                                       const Item& item, std::string& out, TextEscape escape,
+                                       const Item& item, detail::TextBuffer& out, TextEscape escape,
                                        int depth, bool& notNullType)
 {
   const Value value = Substitution(fragment, index, item);
@@ -351,21 +355,23 @@ Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint
   if (value.IsNull())
     return Status::Ok;
   if (value.BaseType() == ValueType::BinXml && !value.IsArray())
-  {
-    const auto offset = static_cast<std::uint32_t>(value.data - data);
-    const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
-    if (status != Status::Ok)
-      return status;
-  }
-  else
-  {
-    AppendValueText(out, value, escape);
-  }
+    return AppendFragmentValue(value, out, escape, depth);
+  detail::AppendValueText(out, value, escape);
+  return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
+}
+
+Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& out,
+                                        TextEscape escape, int depth)
+{
+  const auto offset = static_cast<std::uint32_t>(value.data - data);
+  const Status status = RenderFragment(offset, offset + value.size, out, escape, depth + 1);
+  if (status != Status::Ok)
+    return status;
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
-                           std::string& out, TextEscape escape, int depth, const Item& item)
+                           detail::TextBuffer& out, TextEscape escape, int depth, const Item& item)
 {
   std::size_t contentStart[detail::kMaxElementDepth + 2];
   int open = 0;
@@ -663,9 +669,13 @@ Status Chunk::RenderXml(const Record& record, std::string& out, const RenderOpti
   const std::size_t mark = out.size();
   impl_->budget = detail::kRecordBudget;
   impl_->outputLimit = mark + detail::kRecordOutputLimit;
-  const Status status = impl_->RenderFragment(
-    record.offset + kRecordHeaderSize, record.offset + record.size - 4, out,
-    options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+  Status status = Status::Ok;
+  {
+    detail::TextBuffer buffer(out);
+    status = impl_->RenderFragment(record.offset + kRecordHeaderSize,
+                                   record.offset + record.size - 4, buffer,
+                                   options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+  }
   if (status != Status::Ok)
     out.resize(mark);
   return status;

@@ -13,6 +13,7 @@
 #include "Evtx/Event.h"
 #include "Evtx/TemplateCache.h"
 #include "Evtx/ValueText.h"
+#include "TextBuffer.h"
 
 #include <memory>
 #include <string>
@@ -133,7 +134,7 @@ struct Chunk::Impl
   detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
   Status Open(std::uint32_t begin, std::uint32_t end, bool tree, detail::OpenedFragment& out);
 
-  Status RenderFragment(std::uint32_t begin, std::uint32_t end, std::string& out,
+  Status RenderFragment(std::uint32_t begin, std::uint32_t end, detail::TextBuffer& out,
                         TextEscape escape, int depth);
   Status DecodeFragment(std::uint32_t begin, std::uint32_t end, EventTree& tree,
                         std::uint32_t parent, int depth);
@@ -153,18 +154,22 @@ private:
       return item.value;
     return index < fragment.count ? subs[fragment.base + index] : Value{};
   }
-  Status Run(const detail::OpenedFragment& fragment, std::string& out, TextEscape escape,
+  Status Run(const detail::OpenedFragment& fragment, detail::TextBuffer& out, TextEscape escape,
              int depth);
   // One-line output: rewrites what was rendered from `from` on when its literal text holds
   // line breaks or controls XML forbids.
-  static void RewriteOneLine(std::string& out, std::size_t from, bool lineBreaks, bool controls);
+  static void RewriteOneLine(detail::TextBuffer& out, std::size_t from, bool lineBreaks, bool controls);
   // Appends substitution `index`; notNullType tells whether its value has a type other than
   // NullType (an optional attribute shows when one of its values has).
   Status AppendSubstitution(const detail::OpenedFragment& fragment, std::uint32_t index,
-                            const Item& item, std::string& out, TextEscape escape, int depth,
+                            const Item& item, detail::TextBuffer& out, TextEscape escape, int depth,
                             bool& notNullType);
+  // A nested binary XML value, rendered in place; out of line so that plain values, by far
+  // the most, do not pay for the register saves of a nested render.
+  [[gnu::noinline]] Status AppendFragmentValue(const Value& value, detail::TextBuffer& out,
+                                               TextEscape escape, int depth);
   Status RunOps(const detail::OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
-                std::string& out, TextEscape escape, int depth, const Item& item);
+                detail::TextBuffer& out, TextEscape escape, int depth, const Item& item);
   Status Instantiate(std::uint32_t tnode, const detail::OpenedFragment& fragment,
                      EventTree& tree, std::uint32_t parent, int depth, const Item& item);
   Status InstantiateElement(const detail::TNode& tnode, const detail::OpenedFragment& fragment,
@@ -184,6 +189,6 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
 // one-line rewrite, which lineBreaks and controls call for; false (with some text appended)
 // when the fragment needs the compiled form or does not parse.
 bool RenderPlainFragment(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end,
-                         std::string& out, bool& lineBreaks, bool& controls);
+                         TextBuffer& out, bool& lineBreaks, bool& controls);
 } // namespace detail
 } // namespace evtx

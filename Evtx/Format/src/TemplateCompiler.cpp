@@ -21,13 +21,16 @@ TNode MakeNode(NodeKind kind, std::string_view name = {}, Value value = {})
   return node;
 }
 
+// Text is std::string when compiling (into the chunk's text table) and the renderer's
+// TextBuffer when a plain fragment is rendered as read.
+template <class Text>
 class Compiler
 {
 public:
-  // With `direct`, the text goes there and no ops are made (RenderPlainFragment).
-  Compiler(Chunk::Impl& impl, std::uint32_t end, std::string* direct = nullptr)
-    : impl_(impl), d_(impl.data), end_(end), text_(direct != nullptr ? *direct : impl.text),
-      direct_(direct != nullptr)
+  Compiler(Chunk::Impl& impl, std::uint32_t end) : impl_(impl), d_(impl.data), end_(end), text_(impl.text) {}
+  // The text goes to `direct` and no ops are made (RenderPlainFragment).
+  Compiler(Chunk::Impl& impl, std::uint32_t end, Text& direct)
+    : impl_(impl), d_(impl.data), end_(end), text_(direct), direct_(true)
   {
   }
 
@@ -529,7 +532,7 @@ private:
   Chunk::Impl& impl_;
   const std::uint8_t* d_;
   std::uint32_t end_;
-  std::string& text_;
+  Text& text_;
   bool direct_ = false;
   std::vector<std::uint32_t> substs_;
 
@@ -724,7 +727,7 @@ private:
 void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, bool anonymous,
                      bool tree, Compiled& out, TemplateShape* shape)
 {
-  Compiler compiler(impl, end);
+  Compiler<std::string> compiler(impl, end);
   compiler.anonymous = anonymous;
   compiler.tree = tree;
   compiler.shape = shape;
@@ -741,9 +744,9 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
 }
 
 bool RenderPlainFragment(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end,
-                         std::string& out, bool& lineBreaks, bool& controls)
+                         TextBuffer& out, bool& lineBreaks, bool& controls)
 {
-  Compiler compiler(impl, end, &out);
+  Compiler<TextBuffer> compiler(impl, end, out);
   compiler.anonymous = true;
   compiler.tree = false;
   compiler.Fragment(begin, kNone);

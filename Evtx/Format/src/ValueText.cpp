@@ -35,6 +35,7 @@
 #include "Evtx/ValueText.h"
 
 #include "Bytes.h"
+#include "TextBuffer.h"
 
 #include <array>
 #include <charconv>
@@ -50,6 +51,13 @@ using detail::Le16;
 using detail::Le32;
 using detail::Le64;
 
+// The formatters are written once for both outputs: std::string (the public functions) and
+// the renderer's TextBuffer.
+template <class Out>
+void WriteUtf16(Out& out, const std::uint8_t* utf16, std::size_t units, TextEscape escape);
+template <class Out>
+void WriteFileTime(Out& out, std::uint64_t filetime);
+
 namespace
 {
 constexpr char kHexUpper[] = "0123456789ABCDEF";
@@ -62,13 +70,15 @@ bool ForbiddenInXml(char c)
 }
 
 // U+2400 + code in UTF-8: E2 90 (80 + code).
-void AppendControlPicture(std::string& out, char c)
+template <class Out>
+void AppendControlPicture(Out& out, char c)
 {
   const char picture[] = {'\xe2', '\x90', static_cast<char>(0x80 + static_cast<unsigned char>(c))};
   out.append(picture, sizeof picture);
 }
 
-void AppendEscapedAscii(std::string& out, char c, TextEscape escape)
+template <class Out>
+void AppendEscapedAscii(Out& out, char c, TextEscape escape)
 {
   if (escape == TextEscape::None)
   {
@@ -126,7 +136,8 @@ constexpr std::array<bool, 128> kPlainAscii = MakePlainAscii();
 
 // The formatters below build each piece in a small local buffer and append it in one step:
 // appending character by character costs a capacity check and a call per character.
-void AppendCodePoint(std::string& out, std::uint32_t cp)
+template <class Out>
+void AppendCodePoint(Out& out, std::uint32_t cp)
 {
   char bytes[4];
   std::size_t n = 0;
@@ -155,15 +166,16 @@ void AppendCodePoint(std::string& out, std::uint32_t cp)
   out.append(bytes, n);
 }
 
-template <class T>
-void AppendNumber(std::string& out, T value)
+template <class Out, class T>
+void AppendNumber(Out& out, T value)
 {
   char digits[32];
   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   out.append(digits, end);
 }
 
-void AppendHex(std::string& out, std::uint64_t value, int minDigits)
+template <class Out>
+void AppendHex(Out& out, std::uint64_t value, int minDigits)
 {
   // Written from the last digit backwards, so the text is in order without a second pass.
   char text[2 + 16];
@@ -213,7 +225,8 @@ std::int64_t DaysFromCivil(int y, unsigned m, unsigned d)
 
 constexpr std::int64_t kFileTimeEpochDays = 134774;  // 1601-01-01 to 1970-01-01
 
-void AppendDateTime(std::string& out, int year, unsigned month, unsigned day, unsigned hour,
+template <class Out>
+void AppendDateTime(Out& out, int year, unsigned month, unsigned day, unsigned hour,
                     unsigned minute, unsigned second, std::uint32_t fraction7)
 {
   // yyyy-mm-ddThh:mm:ss.fffffffZ
@@ -241,7 +254,8 @@ void AppendDateTime(std::string& out, int year, unsigned month, unsigned day, un
   out.append(text, sizeof text);
 }
 
-void AppendGuid(std::string& out, const std::uint8_t* g)
+template <class Out>
+[[gnu::noinline]] void AppendGuid(Out& out, const std::uint8_t* g)
 {
   // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}: the first three groups are little-endian.
   char text[38];
@@ -278,7 +292,8 @@ std::uint32_t SidSize(const std::uint8_t* p, std::uint32_t size)
   return total <= size ? total : 0;
 }
 
-void AppendSid(std::string& out, const std::uint8_t* p, std::uint32_t size)
+template <class Out>
+[[gnu::noinline]] void AppendSid(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
   out += "S-";
   AppendNumber(out, static_cast<unsigned>(p[0]));
@@ -322,7 +337,8 @@ std::uint32_t FixedItemSize(ValueType type, std::uint32_t totalSize)
   }
 }
 
-void AppendBinary(std::string& out, const std::uint8_t* p, std::uint32_t size)
+template <class Out>
+[[gnu::noinline]] void AppendBinary(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
   const std::size_t at = out.size();
   out.resize(at + 2 * std::size_t(size));
@@ -377,7 +393,38 @@ std::uint32_t PlainAsciiBytes(const std::uint8_t* p, std::uint32_t size, TextEsc
   return run;
 }
 
-void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
+template <class Out>
+[[gnu::noinline]] void AppendLatin1(Out& out, const std::uint8_t* p, std::uint32_t size,
+                                    TextEscape escape)
+{
+  while (size > 0 && p[size - 1] == 0)
+    --size;
+  for (std::uint32_t i = 0; i < size;)
+  {
+    // Runs that need no escaping are copied in one step.
+    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
+    if (run > i)
+    {
+      out.append(reinterpret_cast<const char*>(p + i), run - i);
+      i = run;
+      continue;
+    }
+    // Bytes that are rewritten often come in runs (text that holds binary data): take them
+    // one by one until the next plain byte rather than searching afresh after each.
+    do
+    {
+      if (p[i] < 0x80)
+        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
+      else
+        AppendCodePoint(out, p[i]);
+      ++i;
+    } while (i < size && (p[i] >= 0x80 || (escape != TextEscape::None && !kPlainAscii[p[i]])));
+  }
+}
+
+// The helpers that stay out of line above keep this dispatch free of their register saves.
+template <class Out>
+void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
                   TextEscape escape)
 {
   switch (type)
@@ -389,31 +436,10 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
     std::uint32_t units = size / 2;
     while (units > 0 && Le16(p + 2 * std::size_t(units - 1)) == 0)
       --units;
-    AppendUtf16(out, p, units, escape);
+    WriteUtf16(out, p, units, escape);
     return;
   }
-  case ValueType::AnsiString:
-  {
-    while (size > 0 && p[size - 1] == 0)
-      --size;
-    for (std::uint32_t i = 0; i < size;)
-    {
-      // Runs that need no escaping are copied in one step.
-      const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
-      if (run > i)
-      {
-        out.append(reinterpret_cast<const char*>(p + i), run - i);
-        i = run;
-        continue;
-      }
-      if (p[i] < 0x80)
-        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
-      else
-        AppendCodePoint(out, p[i]);
-      ++i;
-    }
-    return;
-  }
+  case ValueType::AnsiString: return AppendLatin1(out, p, size, escape);
   case ValueType::Int8:
     if (size >= 1)
       return AppendNumber(out, static_cast<std::int8_t>(p[0]));
@@ -485,7 +511,7 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
     break;
   case ValueType::FileTime:
     if (size >= 8)
-      return AppendFileTime(out, Le64(p));
+      return WriteFileTime(out, Le64(p));
     break;
   case ValueType::SystemTime:
     if (size >= 16)
@@ -512,7 +538,9 @@ void AppendScalar(std::string& out, ValueType type, const std::uint8_t* p, std::
   AppendBinary(out, p, size);
 }
 
-void AppendArray(std::string& out, const Value& array, TextEscape escape)
+// Kept out of line: inlined, it makes every scalar value pay for its register saves.
+template <class Out>
+[[gnu::noinline]] void AppendArray(Out& out, const Value& array, TextEscape escape)
 {
   std::uint32_t pos = 0;
   Value item;
@@ -521,7 +549,7 @@ void AppendArray(std::string& out, const Value& array, TextEscape escape)
     if (!first)
       out += ", ";
     if (item.BaseType() == ValueType::String)
-      AppendUtf16(out, item.data, item.size / 2, escape);
+      WriteUtf16(out, item.data, item.size / 2, escape);
     else
       AppendScalar(out, item.BaseType(), item.data, item.size, escape);
   }
@@ -542,9 +570,12 @@ bool ParseDigits(const char*& p, const char* end, int count, unsigned& out)
 
 namespace
 {
-// The number of leading units of the UTF-16 text that are ASCII and copied as they are under
-// `escape`. With SSE2 (every x86-64), eight units are tested at a time.
-std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEscape escape)
+// Narrows the leading units of the UTF-16 text that are ASCII and copied as they are under
+// `escape` into `to` (room for `units` bytes), in the same pass that finds them; returns how
+// many. With SSE2 (every x86-64), eight units at a time: each block is stored whole, and the
+// bytes past the run are left for the caller to overwrite.
+std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units, TextEscape escape,
+                             char* to)
 {
   std::size_t run = 0;
 #ifdef __SSE2__
@@ -553,6 +584,7 @@ std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEsca
   for (; run + 8 <= units; run += 8)
   {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * run));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + run), _mm_packus_epi16(v, v));
     // All ones in the units that stop the run.
     __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero), _mm_set1_epi16(-1));
     if (escape != TextEscape::None)
@@ -562,52 +594,27 @@ std::size_t PlainAsciiRun(const std::uint8_t* utf16, std::size_t units, TextEsca
       return run + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
   }
 #endif
-  if (escape == TextEscape::None)
-  {
-    while (run < units && Le16(utf16 + 2 * run) < 0x80)
-      ++run;
-  }
-  else
-  {
-    for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 && kPlainAscii[c];)
-      ++run;
-  }
+  for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 &&
+                            (escape == TextEscape::None || kPlainAscii[c]);
+       ++run)
+    to[run] = static_cast<char>(c);
   return run;
-}
-
-// Appends `units` ASCII UTF-16 units as bytes.
-void AppendNarrowed(std::string& out, const std::uint8_t* utf16, std::size_t units)
-{
-  const std::size_t at = out.size();
-  out.resize(at + units);
-  char* to = out.data() + at;
-  std::size_t k = 0;
-#ifdef __SSE2__
-  for (; k + 8 <= units; k += 8)
-  {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * k));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + k), _mm_packus_epi16(v, v));
-  }
-#endif
-  for (; k < units; ++k)
-    to[k] = static_cast<char>(utf16[2 * k]);
 }
 } // namespace
 
-void AppendUtf16(std::string& out, const std::uint8_t* utf16, std::size_t units,
-                 TextEscape escape)
+template <class Out>
+void WriteUtf16(Out& out, const std::uint8_t* utf16, std::size_t units, TextEscape escape)
 {
   for (std::size_t i = 0; i < units;)
   {
-    // Most text is plain ASCII: copy each run of it in one step.
-    const std::size_t run = PlainAsciiRun(utf16 + 2 * i, units - i, escape);
-    if (run > 0)
-    {
-      AppendNarrowed(out, utf16 + 2 * i, run);
-      i += run;
-      if (i == units)
-        break;
-    }
+    // Most text is plain ASCII: narrow each run of it in one step, straight into the output.
+    const std::size_t at = out.size();
+    out.resize(at + (units - i));
+    const std::size_t run = NarrowPlainAscii(utf16 + 2 * i, units - i, escape, out.data() + at);
+    out.resize(at + run);
+    i += run;
+    if (i == units)
+      break;
     std::uint32_t c = Le16(utf16 + 2 * i);
     ++i;
     if (c < 0x80)
@@ -658,7 +665,8 @@ void ReplaceForbiddenControls(std::string& text, std::size_t from)
   text.replace(at, std::string::npos, rest);
 }
 
-void AppendFileTime(std::string& out, std::uint64_t filetime)
+template <class Out>
+void WriteFileTime(Out& out, std::uint64_t filetime)
 {
   const std::uint64_t seconds = filetime / 10000000;
   const auto fraction = static_cast<std::uint32_t>(filetime % 10000000);
@@ -715,7 +723,8 @@ bool NextArrayItem(const Value& array, std::uint32_t& pos, Value& item) noexcept
   return true;
 }
 
-void AppendValueText(std::string& out, const Value& value, TextEscape escape)
+template <class Out>
+void WriteValueText(Out& out, const Value& value, TextEscape escape)
 {
   if (value.data == nullptr || value.size == 0)
     return;
@@ -723,6 +732,33 @@ void AppendValueText(std::string& out, const Value& value, TextEscape escape)
     AppendArray(out, value, escape);
   else
     AppendScalar(out, value.BaseType(), value.data, value.size, escape);
+}
+
+void AppendValueText(std::string& out, const Value& value, TextEscape escape)
+{
+  WriteValueText(out, value, escape);
+}
+
+void AppendUtf16(std::string& out, const std::uint8_t* utf16, std::size_t units,
+                 TextEscape escape)
+{
+  WriteUtf16(out, utf16, units, escape);
+}
+
+void AppendFileTime(std::string& out, std::uint64_t filetime)
+{
+  WriteFileTime(out, filetime);
+}
+
+void detail::AppendValueText(TextBuffer& out, const Value& value, TextEscape escape)
+{
+  WriteValueText(out, value, escape);
+}
+
+void detail::AppendUtf16(TextBuffer& out, const std::uint8_t* utf16, std::size_t units,
+                         TextEscape escape)
+{
+  WriteUtf16(out, utf16, units, escape);
 }
 
 std::string ValueText(const Value& value)

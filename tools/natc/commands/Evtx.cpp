@@ -51,9 +51,11 @@ public:
     Flush();
     std::fwrite(block.data(), 1, block.size(), stdout);
   }
+  // A chunk's text (about 100 KB) goes out while it is still in the core's cache; a block of
+  // several chunks would be written back to memory before it is copied out.
   void MaybeFlush()
   {
-    if (buffer_.size() >= (1u << 20))
+    if (buffer_.size() >= (1u << 16))
       Flush();
   }
   void Flush()

@@ -5,33 +5,50 @@
 
 #include "Evtx/ValueText.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
 
 namespace natc::winevt
 {
+namespace
+{
+// The last event rendered on this thread; serial 0 is no event.
+struct SRenderedText
+{
+  std::uint64_t serial = 0;
+  bool ok = false;
+  std::string xml;
+  std::size_t wideLength = 0;
+};
+} // namespace
+
+std::uint64_t EventObject::NextSerial() noexcept
+{
+  static std::atomic<std::uint64_t> next{1};
+  return next.fetch_add(1, std::memory_order_relaxed);
+}
+
 bool EventObject::Xml(const std::string*& xml, std::size_t& wideLength)
 {
-  const std::lock_guard guard(m_lock);
-  if (!m_rendered)
+  // Rendered into a buffer of the thread that grows to the largest event and is reused: the
+  // event keeps no copy of its own, so reading an event costs no allocation.
+  thread_local SRenderedText rendered;
+  if (rendered.serial != m_serial)
   {
-    // Rendered into a reused buffer, then copied once at its final size: growing the event's
-    // own text while rendering would reallocate it several times.
-    thread_local std::string scratch;
-    scratch.clear();
+    rendered.serial = 0;
+    rendered.xml.clear();
     {
       const std::lock_guard chunkGuard(m_chunk->lock);
-      m_renderOk = m_chunk->chunk->RenderXml(m_record, scratch) == evtx::Status::Ok;
+      rendered.ok = m_chunk->chunk->RenderXml(m_record, rendered.xml) == evtx::Status::Ok;
     }
-    if (m_renderOk)
-      m_xml = scratch;
-    m_wideLength = m_renderOk ? evtx::WideLengthOfUtf8(m_xml) : 0;
-    m_rendered = true;
+    rendered.wideLength = rendered.ok ? evtx::WideLengthOfUtf8(rendered.xml) : 0;
+    rendered.serial = m_serial;
   }
-  xml = &m_xml;
-  wideLength = m_wideLength;
-  return m_renderOk;
+  xml = &rendered.xml;
+  wideLength = rendered.wideLength;
+  return rendered.ok;
 }
 } // namespace natc::winevt
 

@@ -415,6 +415,28 @@ TEST(Close, StaleOrNullHandlesAreInvalid)
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 
+// A closed handle stays invalid while new objects get handles, and theirs stay apart from it.
+TEST(Close, AClosedHandleStaysInvalidWhenNewHandlesAreMade)
+{
+  Handle first = OpenSession(L"localhost");
+  ASSERT_TRUE(first);
+  EVT_HANDLE closed = first.release();
+  ASSERT_TRUE(EvtClose(closed));
+  std::vector<Handle> later;
+  for (int i = 0; i < 8; ++i)
+  {
+    later.push_back(OpenSession(L"localhost"));
+    ASSERT_TRUE(later.back());
+    EXPECT_NE(later.back().get(), closed);
+  }
+  SetLastError(0);
+  EXPECT_FALSE(EvtClose(closed));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  // A handle value nobody was given is invalid too.
+  EXPECT_FALSE(EvtClose(reinterpret_cast<EVT_HANDLE>(static_cast<std::uintptr_t>(0x12345678)))); // NOLINT(performance-no-int-to-ptr)
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
 // With a time-out, EvtNext stops after a chunk that held no match and reports ERROR_TIMEOUT;
 // the next call goes on where it stopped.
 TEST_F(Api, TimeOutStopsAfterAChunkAndResumes)

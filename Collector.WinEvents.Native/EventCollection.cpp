@@ -570,19 +570,22 @@ void CEventCollection::flushPositionLocked() const
 
 std::wstring_view CEventCollection::renderXml(EVT_HANDLE event)
 {
-  // The size first, then the text into a buffer of that many bytes.
+  // Into the buffer as the earlier events left it: most events fit, and take one call. Only when
+  // it is too small does the reported size make it grow for a second call.
   DWORD used = 0;
   DWORD properties = 0;
-  if (m_api.Render(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &properties))
-    KELDA_THROW(CWin32Exception(ERROR_INVALID_DATA));
-  if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
-    KELDA_THROW(CWin32Exception(error));
-  const std::size_t characters = (used + sizeof(wchar_t) - 1) / sizeof(wchar_t);
-  if (m_renderBuffer.size() < characters)
-    m_renderBuffer.resize(characters);
-  if (!m_api.Render(nullptr, event, EvtRenderEventXml, used, m_renderBuffer.data(), &used, &properties))
-    KELDA_THROW(CWin32Exception(GetLastError()));
-  return {m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), characters)};
+  const auto bytesOf = [this] { return static_cast<DWORD>(m_renderBuffer.size() * sizeof(wchar_t)); };
+  if (!m_api.Render(nullptr, event, EvtRenderEventXml, bytesOf(), m_renderBuffer.data(), &used, &properties))
+  {
+    if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
+      KELDA_THROW(CWin32Exception(error));
+    // Room to spare: the next events, often a little larger, fit in one call.
+    const std::size_t characters = (used + sizeof(wchar_t) - 1) / sizeof(wchar_t);
+    m_renderBuffer.resize(std::max(characters + characters / 2, m_renderBuffer.size()));
+    if (!m_api.Render(nullptr, event, EvtRenderEventXml, bytesOf(), m_renderBuffer.data(), &used, &properties))
+      KELDA_THROW(CWin32Exception(GetLastError()));
+  }
+  return {m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), m_renderBuffer.size())};
 }
 
 void CEventCollection::reclaimTexts(CRecordOnVector& record)

@@ -70,11 +70,11 @@ public:
   static std::uint64_t NextSerial() noexcept;
   // The channel or file path the event was read from (EvtGetEventInfo's EvtEventPath).
   const std::wstring& Path() const { return *m_path; }
-  // The event's XML as Windows renders it, in UTF-8, with its length in wide characters. The
-  // text lives in the calling thread's buffer, which holds the last event rendered on that thread
-  // (valid until the thread's next call): the size protocol's second call finds it there, and any
-  // later call renders the same text again. False when the record cannot be rendered.
-  bool Xml(const std::string*& xml, std::size_t& wideLength);
+  // The event's XML as Windows renders it, in UTF-8, and if asked its length in wide characters.
+  // The text lives in the calling thread's buffer, which holds the last event rendered on that
+  // thread (valid until the thread's next call): the size protocol's second call finds it there,
+  // and any later call renders the same text again. False when the record cannot be rendered.
+  bool Xml(const std::string*& xml, std::size_t* wideLength = nullptr);
 
 private:
   std::shared_ptr<SharedChunk> m_chunk;

@@ -127,7 +127,7 @@ protected:
         if (i % 4 == 1)
           e.data.clear();
         for (int d = 0; d < i % 5; ++d)
-          e.data.push_back({"Value" + std::to_string(d), evtx::WriterValue::Text(std::string(i * 7 + d, 'a' + d))});
+          e.data.push_back({"Value" + std::to_string(d), evtx::WriterValue::Text(std::string(static_cast<std::size_t>(i * 7 + d), static_cast<char>('a' + d)))});
       });
     SetChannels({L"Application"});
   }

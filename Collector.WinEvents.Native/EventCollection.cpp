@@ -570,45 +570,76 @@ void CEventCollection::flushPositionLocked() const
 
 std::wstring_view CEventCollection::renderXml(EVT_HANDLE event)
 {
-  // The size first, then the text into a buffer of that many bytes.
+  // Into the buffer as the earlier events left it: most events fit, and take one call. Only when
+  // it is too small does the reported size make it grow for a second call.
   DWORD used = 0;
   DWORD properties = 0;
-  if (m_api.Render(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &properties))
-    KELDA_THROW(CWin32Exception(ERROR_INVALID_DATA));
-  if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
-    KELDA_THROW(CWin32Exception(error));
-  const std::size_t characters = (used + sizeof(wchar_t) - 1) / sizeof(wchar_t);
-  if (m_renderBuffer.size() < characters)
-    m_renderBuffer.resize(characters);
-  if (!m_api.Render(nullptr, event, EvtRenderEventXml, used, m_renderBuffer.data(), &used, &properties))
-    KELDA_THROW(CWin32Exception(GetLastError()));
-  return {m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), characters)};
+  const auto bytesOf = [this] { return static_cast<DWORD>(m_renderBuffer.size() * sizeof(wchar_t)); };
+  if (!m_api.Render(nullptr, event, EvtRenderEventXml, bytesOf(), m_renderBuffer.data(), &used, &properties))
+  {
+    if (const DWORD error = GetLastError(); error != ERROR_INSUFFICIENT_BUFFER)
+      KELDA_THROW(CWin32Exception(error));
+    // Room to spare: the next events, often a little larger, fit in one call.
+    const std::size_t characters = (used + sizeof(wchar_t) - 1) / sizeof(wchar_t);
+    m_renderBuffer.resize(std::max(characters + characters / 2, m_renderBuffer.size()));
+    if (!m_api.Render(nullptr, event, EvtRenderEventXml, bytesOf(), m_renderBuffer.data(), &used, &properties))
+      KELDA_THROW(CWin32Exception(GetLastError()));
+  }
+  return {m_renderBuffer.data(), std::min<std::size_t>(used / sizeof(wchar_t), m_renderBuffer.size())};
+}
+
+void CEventCollection::reclaimTexts(CRecordOnVector& record)
+{
+  // The text buffers of a record that came back go to the texts the next event is read into.
+  const SEventFieldNames& names = EventFieldNames();
+  for (CField& field : record.MutableFields())
+  {
+    const std::shared_ptr<tstring>& name = field.GetSharedName();
+    FieldValue& value = field.GetValue();
+    if (name == names.SourceName && value.index() == 0)
+      m_xmlText.Provider.swap(std::get<0>(value));
+    else if (name == names.InitiatedBy && value.index() == 0)
+      m_initiatedBy.swap(std::get<0>(value));
+    else if (name == names.Data && value.index() == 4)
+      m_xmlText.Data.swap(std::get<4>(value));
+  }
+  record.MutableFields().clear();
 }
 
 std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,
                                                                 tstring& channel, __int64& recordId)
 {
+  std::unique_ptr<CRecordOnVector> record = m_records->Take();
+  if (record)
+    reclaimTexts(*record);
   m_xmlReader.Read(renderXml(event), m_xmlText);
   SEventValues values = MakeEventValues(m_xmlText);
   tstring description = FormatEventDescription(m_api, m_publishers.Get(session, values.SourceName), event);
   auto account = m_accounts.find(m_xmlText.UserId);
   if (account == m_accounts.end())
     account = m_accounts.emplace(m_xmlText.UserId, ResolveEventAccount(m_xmlText.UserId)).first;
-  tstring initiatedBy = account->second;
+  m_initiatedBy.assign(account->second);
   recordId = values.RecordId;
   channel = m_xmlText.Channel;
 
   const SEventFieldNames& names = EventFieldNames();
-  CKey key(GetClass(), {std::make_shared<CField>(names.InternalId, values.InternalId)});
-  auto record = std::make_shared<CRecordOnVector>(std::move(key), 1, 8);
+  if (!record)
+    record = std::make_unique<CRecordOnVector>(CKey(), 1, 8);
+  // A holder may have detached the fields or changed the type: both are set afresh.
+  record->SetType(1);
+  CKey& key = record->Key();
+  key.SetClass(GetClass());
+  key.ClearFields();
+  key.AddField(std::make_shared<CField>(names.InternalId, values.InternalId));
+  record->Reserve(8);
   record->AddField(names.SourceName, std::move(values.SourceName));
   record->AddField(names.Description, std::move(description));
   record->AddField(names.CreatedTime, values.CreatedTime);
-  record->AddField(names.InitiatedBy, std::move(initiatedBy));
+  record->AddField(names.InitiatedBy, std::move(m_initiatedBy));
   record->AddField(names.EventType, values.EventType);
   record->AddField(names.Data, FieldValue(std::move(values.Data)));
   record->AddField(names.EventCode, values.EventCode);
   record->AddField(names.InternalId, values.InternalId);
-  return record;
+  return CRecordRecycler::Share(m_records, std::move(record));
 }
 } // namespace collector::ni::impl

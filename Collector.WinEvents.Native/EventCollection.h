@@ -19,6 +19,7 @@
 #include "EventPublishers.h"
 #include "EventQuery.h"
 #include "EventXml.h"
+#include "RecordRecycler.h"
 
 #include "Collector.Interfaces.Impl.h"
 #include "Collector/Interfaces/WinEventsInit.h"
@@ -109,6 +110,8 @@ private:
   bool lowestRecordFrom(EVT_HANDLE session, const tstring& path, __int64 recordId, __int64& lowest);
   // The event's XML in the render buffer; throws when it cannot be rendered.
   std::wstring_view renderXml(EVT_HANDLE event);
+  // Moves the texts of a record that came back into the reading buffers and empties its fields.
+  void reclaimTexts(CRecordOnVector& record);
 
   SEventLogApi m_api;
   // Guards the filters and the bookmarks against callers reading or setting them during an update.
@@ -133,6 +136,9 @@ private:
   std::vector<wchar_t> m_renderBuffer;
   CEventXmlReader m_xmlReader;
   SEventXmlText m_xmlText;
+  tstring m_initiatedBy;
+  // Records come back here when their subscribers let go, and are filled again.
+  std::shared_ptr<CRecordRecycler> m_records = std::make_shared<CRecordRecycler>();
   tstring m_channel;
   std::vector<EVT_VARIANT> m_pathBuffer;
   tstring m_path;

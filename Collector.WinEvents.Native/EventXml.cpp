@@ -394,16 +394,36 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   AssignText(found.EventID, text.EventId);
   AssignAttribute(found.EventID, node_names::Qualifiers, text.Qualifiers);
   AssignAttribute(found.Security, node_names::UserID, text.UserId);
-  text.Data.clear();
-  // The list is usually moved out with the values: sized as the last one, it grows once.
-  text.Data.reserve(m_lastDataCount);
+  // A list moved out with the values comes back empty: sized as the last one, it grows once.
+  if (text.Data.capacity() < m_lastDataCount)
+    text.Data.reserve(m_lastDataCount);
+  // Strings already in the list, or left over from a longer list, are written over in place.
+  std::size_t count = 0;
   for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
   {
     if (child.type() != pugi::node_element && !IsText(child))
       continue;
-    AppendText(child, text.Data.emplace_back());
+    if (count == text.Data.size())
+    {
+      if (m_spareData.empty())
+        text.Data.emplace_back();
+      else
+      {
+        text.Data.push_back(std::move(m_spareData.back()));
+        m_spareData.pop_back();
+      }
+    }
+    tstring& item = text.Data[count++];
+    item.clear();
+    AppendText(child, item);
   }
-  m_lastDataCount = text.Data.size();
+  while (text.Data.size() > count)
+  {
+    if (m_spareData.size() < maxSpareData)
+      m_spareData.push_back(std::move(text.Data.back()));
+    text.Data.pop_back();
+  }
+  m_lastDataCount = count;
 }
 
 SEventValues MakeEventValues(SEventXmlText& text)

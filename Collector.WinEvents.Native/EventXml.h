@@ -43,13 +43,16 @@ public:
 
   // The System values are the first children of that name of the root's System element, the
   // data the children of the root's first EventData element; the text of an element is all the
-  // text below it. `text` is overwritten (its strings keep their capacity).
+  // text below it. `text` is overwritten (its strings, the data's too, keep their capacity).
   void Read(std::wstring_view xml, SEventXmlText& text);
 
 private:
   std::vector<char> m_utf8;
   pugi::xml_document m_document;
   std::size_t m_lastDataCount = 0;
+  // Data strings of longer lists, kept with their buffers for the next longer one.
+  static constexpr std::size_t maxSpareData = 64;
+  std::vector<tstring> m_spareData;
 };
 
 // The typed values of a record that come from the XML alone (not the description, not the

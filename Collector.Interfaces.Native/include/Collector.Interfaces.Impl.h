@@ -48,6 +48,8 @@ public:
 
   void SetClass(std::shared_ptr<IClass> keyClass) { m_class = std::move(keyClass); }
   void AddField(std::shared_ptr<IField> field) { m_fields.push_back(std::move(field)); }
+  // Empties the fields, keeping the vector's capacity for the next ones.
+  void ClearFields() noexcept { m_fields.clear(); }
 
 private:
   std::shared_ptr<IClass> m_class;

@@ -178,6 +178,24 @@ TEST_F(EventCollectionRun, AnEventThatCannotBeRenderedIsSkippedSilently)
   EXPECT_EQ(collection->GetBookmarks().at(L"System"), 3);
 }
 
+// The XML is rendered into the buffer earlier events left: an event that fits takes one call,
+// a larger one the size call and a second; every event reads as itself.
+TEST_F(EventCollectionRun, EventsThatFitTheRenderBufferAreRenderedInOneCall)
+{
+  SetChannels({L"System"});
+  Script(L"System", {1, 2, 3});
+  // A long data value makes the third event far larger than the first two.
+  const std::wstring marker = L"<Data>3</Data>";
+  g_api.events[2].replace(g_api.events[2].find(marker), marker.size(), L"<Data>3</Data><Data>" + std::wstring(5000, L'x') + L"</Data>");
+  g_api.events.push_back(EventXml(L"System", 4));
+  collection->UpdateOnce();
+  EXPECT_EQ(DeliveredIds(), (std::vector<long long>{1, 2, 3, 4}));
+  ASSERT_EQ(subscriber->Records().size(), 4u);
+  EXPECT_EQ(List(*subscriber->Records()[2], L"Data").at(1), std::wstring(5000, L'x'));
+  // 1: sized and rendered (the buffer starts empty); 2: fits; 3: too large, sized and rendered; 4: fits.
+  EXPECT_EQ(g_api.renderCalls, 6);
+}
+
 TEST_F(EventCollectionRun, MalformedXmlIsSkippedAndMovesNoBookmark)
 {
   SetChannels({L"System"});

@@ -52,6 +52,7 @@ struct SScriptedApi
   std::vector<DWORD> nextTimeouts;
   std::vector<DWORD> queryFlags;
   int nextCalls = 0;
+  int renderCalls = 0;
   std::multiset<std::uintptr_t> closed;
   std::wstring lastUser;
   bool lastHadCredentials = false;
@@ -204,6 +205,7 @@ inline BOOL ScriptedNext(EVT_HANDLE query, DWORD size, PEVT_HANDLE events, DWORD
 inline BOOL ScriptedRender(EVT_HANDLE, EVT_HANDLE event, DWORD flags, DWORD size, PVOID buffer, PDWORD used,
                            PDWORD count) noexcept
 {
+  ++g_api.renderCalls;
   const bool newest = HandleValue(event) == scriptedNewestEvent;
   const std::size_t index = HandleValue(event) - scriptedFirstEvent;
   if (flags != EvtRenderEventXml ||

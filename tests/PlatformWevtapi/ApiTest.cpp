@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <thread>
 
 namespace
 {
@@ -142,6 +143,40 @@ TEST_F(Api, RenderReportsTheSizeInBytesFirst)
   EXPECT_EQ(xml.rfind(L"<Event ", 0), 0u);
   EXPECT_NE(xml.find(L"<EventRecordID>1</EventRecordID>"), std::wstring::npos);
   EXPECT_NE(xml.find(L"<Provider Name='Natc-Test'/>"), std::wstring::npos) << xml;
+}
+
+// Each event renders as itself however the calls of several events interleave, on one thread
+// or on several (a thread keeps only the text it rendered last).
+TEST_F(Api, InterleavedRendersGiveEachEventItsOwnText)
+{
+  Handle query = Query(L"Application", L"*");
+  EVT_HANDLE events[3] = {};
+  DWORD returned = 0;
+  ASSERT_TRUE(EvtNext(query.get(), 3, events, INFINITE, 0, &returned));
+  ASSERT_EQ(returned, 3u);
+  const Handle first(events[0]), second(events[1]), third(events[2]);
+  std::vector<DWORD> sizes;
+  for (EVT_HANDLE event : events)
+  {
+    DWORD used = 0, count = 0;
+    EXPECT_FALSE(EvtRender(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &count));
+    sizes.push_back(used);
+  }
+  // The first event's text, asked for after the others were sized, and after another thread
+  // rendered it too.
+  std::wstring elsewhere;
+  std::thread other([&] { elsewhere = RenderXml(events[0]); });
+  other.join();
+  for (DWORD i : {0u, 2u, 1u, 0u})
+  {
+    std::vector<wchar_t> buffer(sizes[i] / sizeof(wchar_t), L'?');
+    DWORD used = 0, count = 0;
+    ASSERT_TRUE(EvtRender(nullptr, events[i], EvtRenderEventXml, sizes[i], buffer.data(), &used, &count));
+    EXPECT_EQ(used, sizes[i]);
+    EXPECT_EQ(RecordIdOf(buffer.data()), i + 1);
+  }
+  EXPECT_EQ(elsewhere, RenderXml(events[0]));
+  EXPECT_EQ(RecordIdOf(elsewhere), 1u);
 }
 
 TEST_F(Api, RenderOfValuesIsNotSupported)
@@ -377,6 +412,28 @@ TEST(Close, StaleOrNullHandlesAreInvalid)
   EVT_HANDLE raw = session.release();
   EXPECT_TRUE(EvtClose(raw));
   EXPECT_FALSE(EvtClose(raw));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+// A closed handle stays invalid while new objects get handles, and theirs stay apart from it.
+TEST(Close, AClosedHandleStaysInvalidWhenNewHandlesAreMade)
+{
+  Handle first = OpenSession(L"localhost");
+  ASSERT_TRUE(first);
+  EVT_HANDLE closed = first.release();
+  ASSERT_TRUE(EvtClose(closed));
+  std::vector<Handle> later;
+  for (int i = 0; i < 8; ++i)
+  {
+    later.push_back(OpenSession(L"localhost"));
+    ASSERT_TRUE(later.back());
+    EXPECT_NE(later.back().get(), closed);
+  }
+  SetLastError(0);
+  EXPECT_FALSE(EvtClose(closed));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+  // A handle value nobody was given is invalid too.
+  EXPECT_FALSE(EvtClose(reinterpret_cast<EVT_HANDLE>(static_cast<std::uintptr_t>(0x12345678)))); // NOLINT(performance-no-int-to-ptr)
   EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
 }
 

@@ -17,7 +17,7 @@ public:
   virtual ~EvtObject() = default;
 };
 
-// Adds the object to the table; its address is the handle.
+// Adds the object to the table and returns its handle (an opaque value, not its address).
 EVT_HANDLE Register(std::shared_ptr<EvtObject> object);
 // The object of a live handle when it is a T, else null.
 std::shared_ptr<EvtObject> FindObject(EVT_HANDLE handle);

@@ -5,6 +5,7 @@
 
 #include "Evtx/Chunk.h"
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -60,26 +61,26 @@ class EventObject final : public EvtObject
 {
 public:
   EventObject(std::shared_ptr<SharedChunk> chunk, const evtx::Record& record, std::shared_ptr<const std::wstring> path)
-    : m_chunk(std::move(chunk)), m_record(record), m_path(std::move(path))
+    : m_chunk(std::move(chunk)), m_record(record), m_path(std::move(path)), m_serial(NextSerial())
   {
   }
 
   std::uint64_t RecordId() const { return m_record.id; }
+  // A number given to no other event of this process.
+  static std::uint64_t NextSerial() noexcept;
   // The channel or file path the event was read from (EvtGetEventInfo's EvtEventPath).
   const std::wstring& Path() const { return *m_path; }
-  // The event's XML as Windows renders it, kept in UTF-8 (a quarter of the wide text's memory)
-  // with its length in wide characters; rendered once, then kept for the size protocol's second
-  // call. False when the record cannot be rendered.
-  bool Xml(const std::string*& xml, std::size_t& wideLength);
+  // The event's XML as Windows renders it, in UTF-8, and if asked its length in wide characters.
+  // The text lives in the calling thread's buffer, which holds the last event rendered on that
+  // thread (valid until the thread's next call): the size protocol's second call finds it there,
+  // and any later call renders the same text again. False when the record cannot be rendered.
+  bool Xml(const std::string*& xml, std::size_t* wideLength = nullptr);
 
 private:
   std::shared_ptr<SharedChunk> m_chunk;
   evtx::Record m_record;
   std::shared_ptr<const std::wstring> m_path;
-  std::mutex m_lock;
-  bool m_rendered = false;
-  bool m_renderOk = false;
-  std::string m_xml;
-  std::size_t m_wideLength = 0;
+  // Tells this event's text apart from any other event's in a thread's buffer.
+  std::uint64_t m_serial;
 };
 } // namespace natc::winevt

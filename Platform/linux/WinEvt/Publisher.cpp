@@ -93,8 +93,7 @@ BOOL EvtFormatMessage(EVT_HANDLE publisherMetadata, EVT_HANDLE event, DWORD mess
     if (eventObject)
     {
       const std::string* xml = nullptr;
-      std::size_t wideLength = 0;
-      if (!eventObject->Xml(xml, wideLength))
+      if (!eventObject->Xml(xml))
       {
         SetLastError(ERROR_EVT_INVALID_EVENT_DATA);
         return FALSE;

@@ -5,33 +5,57 @@
 
 #include "Evtx/ValueText.h"
 
+#include <atomic>
 #include <cstring>
 #include <new>
 #include <string>
 
 namespace natc::winevt
 {
-bool EventObject::Xml(const std::string*& xml, std::size_t& wideLength)
+namespace
 {
-  const std::lock_guard guard(m_lock);
-  if (!m_rendered)
+// The last event rendered on this thread; serial 0 is no event.
+struct SRenderedText
+{
+  static constexpr std::size_t unknown = static_cast<std::size_t>(-1);
+  std::uint64_t serial = 0;
+  bool ok = false;
+  std::string xml;
+  // Counted when first asked for: a caller whose buffer is large enough never needs it.
+  std::size_t wideLength = unknown;
+};
+} // namespace
+
+std::uint64_t EventObject::NextSerial() noexcept
+{
+  static std::atomic<std::uint64_t> next{1};
+  return next.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool EventObject::Xml(const std::string*& xml, std::size_t* wideLength)
+{
+  // Rendered into a buffer of the thread that grows to the largest event and is reused: the
+  // event keeps no copy of its own, so reading an event costs no allocation.
+  thread_local SRenderedText rendered;
+  if (rendered.serial != m_serial)
   {
-    // Rendered into a reused buffer, then copied once at its final size: growing the event's
-    // own text while rendering would reallocate it several times.
-    thread_local std::string scratch;
-    scratch.clear();
+    rendered.serial = 0;
+    rendered.xml.clear();
     {
       const std::lock_guard chunkGuard(m_chunk->lock);
-      m_renderOk = m_chunk->chunk->RenderXml(m_record, scratch) == evtx::Status::Ok;
+      rendered.ok = m_chunk->chunk->RenderXml(m_record, rendered.xml) == evtx::Status::Ok;
     }
-    if (m_renderOk)
-      m_xml = scratch;
-    m_wideLength = m_renderOk ? evtx::WideLengthOfUtf8(m_xml) : 0;
-    m_rendered = true;
+    rendered.wideLength = SRenderedText::unknown;
+    rendered.serial = m_serial;
   }
-  xml = &m_xml;
-  wideLength = m_wideLength;
-  return m_renderOk;
+  xml = &rendered.xml;
+  if (wideLength != nullptr)
+  {
+    if (rendered.wideLength == SRenderedText::unknown)
+      rendered.wideLength = rendered.ok ? evtx::WideLengthOfUtf8(rendered.xml) : 0;
+    *wideLength = rendered.wideLength;
+  }
+  return rendered.ok;
 }
 } // namespace natc::winevt
 
@@ -94,15 +118,26 @@ BOOL EvtRender(EVT_HANDLE, EVT_HANDLE fragment, DWORD flags, DWORD bufferSize, P
   try
   {
     const std::string* xml = nullptr;
-    std::size_t wideLength = 0;
-    if (!event->Xml(xml, wideLength))
+    if (!event->Xml(xml))
     {
       SetLastError(ERROR_EVT_INVALID_EVENT_DATA);
       return FALSE;
     }
+    *propertyCount = 0;
+    // No UTF-8 byte makes more than one wide unit (a 4-byte sequence makes at most two): a buffer
+    // of a unit per byte and the zero takes the text as it is widened, without counting it first.
+    if (buffer != nullptr && bufferSize / sizeof(wchar_t) > xml->size())
+    {
+      auto* text = static_cast<wchar_t*>(buffer);
+      const std::size_t units = evtx::WidenUtf8(*xml, text);
+      text[units] = L'\0';
+      *bufferUsed = static_cast<DWORD>((units + 1) * sizeof(wchar_t));
+      return TRUE;
+    }
+    std::size_t wideLength = 0;
+    event->Xml(xml, &wideLength);
     const std::size_t bytes = (wideLength + 1) * sizeof(wchar_t);
     *bufferUsed = static_cast<DWORD>(bytes);
-    *propertyCount = 0;
     if (buffer == nullptr || bufferSize < bytes)
     {
       SetLastError(ERROR_INSUFFICIENT_BUFFER);

@@ -1,9 +1,9 @@
 #include "Collector/Interfaces/Impl/PoolBase.h"
+#include "TestSupport/StartLatch.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -28,14 +28,14 @@ TEST(PoolBaseThreadingTest, ConcurrentAddsGetsAndErasesKeepTheMapConsistent)
   CPoolBase<SItem> pool;
   constexpr int threads = 4;
   constexpr std::uint32_t perThread = 500;
-  std::latch start(threads);
+  StartLatch start(threads);
   std::vector<std::thread> workers;
   workers.reserve(threads);
   std::atomic<int> misses{0};
   for (int t = 0; t < threads; ++t)
   {
     workers.emplace_back([&, t] {
-      start.arrive_and_wait();
+      start.ArriveAndWait();
       for (std::uint32_t i = 0; i < perThread; ++i)
       {
         const GUID id = Numbered(static_cast<std::uint32_t>(t) * perThread + i + 1);

@@ -1,13 +1,13 @@
 #include "ClassPool.h"
 #include "HostPool.h"
 #include "UserPool.h"
+#include "TestSupport/StartLatch.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
 #include <atomic>
-#include <latch>
 #include <set>
 #include <thread>
 #include <vector>
@@ -28,14 +28,14 @@ struct SGuidLess
 TEST(PoolsThreadingTest, ConcurrentHostCreationMakesDistinctFindableHosts)
 {
   CHostPool pool;
-  std::latch start(kThreads);
+  StartLatch start(kThreads);
   std::vector<std::vector<std::shared_ptr<IHost>>> made(kThreads);
   std::vector<std::thread> workers;
   workers.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t)
   {
     workers.emplace_back([&, t] {
-      start.arrive_and_wait();
+      start.ArriveAndWait();
       for (int i = 0; i < kPerThread; ++i)
       {
         made[t].push_back(pool.Create(L"host"));
@@ -62,18 +62,18 @@ TEST(PoolsThreadingTest, ConcurrentHostCreationMakesDistinctFindableHosts)
 TEST(PoolsThreadingTest, GetAllSnapshotsWhileUsersAreAdded)
 {
   CUserPool pool;
-  std::latch start(kThreads + 1);
+  StartLatch start(kThreads + 1);
   std::vector<std::thread> writers;
   writers.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t)
   {
     writers.emplace_back([&] {
-      start.arrive_and_wait();
+      start.ArriveAndWait();
       for (int i = 0; i < kPerThread; ++i)
         pool.Create(L"CORP\\alice", L"secret");
     });
   }
-  start.arrive_and_wait();
+  start.ArriveAndWait();
   std::size_t lastSize = 0;
   bool shrank = false;
   for (int i = 0; i < 100; ++i)
@@ -95,14 +95,14 @@ TEST(PoolsThreadingTest, GetAllSnapshotsWhileUsersAreAdded)
 TEST(PoolsThreadingTest, TasksAddAndRemoveClassesConcurrently)
 {
   CClassPool pool;
-  std::latch start(kThreads);
+  StartLatch start(kThreads);
   std::vector<std::thread> workers;
   workers.reserve(kThreads);
   std::atomic<int> lost{0};
   for (int t = 0; t < kThreads; ++t)
   {
     workers.emplace_back([&, t] {
-      start.arrive_and_wait();
+      start.ArriveAndWait();
       for (int i = 0; i < kPerThread; ++i)
       {
         const GUID id{static_cast<std::uint32_t>(t * kPerThread + i + 1), 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};

@@ -1,11 +1,11 @@
 // Printers of different collections write to one stream from different pool threads: every
 // line comes out whole, never spliced with another printer's line.
 #include "output/JsonLines.h"
+#include "TestSupport/StartLatch.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <latch>
 #include <memory>
 #include <set>
 #include <string>
@@ -60,13 +60,13 @@ TEST(JsonLinePrinterThreading, PrintersSharingAStreamNeverSpliceLines)
     expected.insert(natc::FormatStateLine(collections[index], classes[index], *states[index]));
   }
 
-  std::latch ready(static_cast<std::ptrdiff_t>(collections.size()));
+  StartLatch ready(static_cast<std::ptrdiff_t>(collections.size()));
   std::vector<std::thread> threads;
   for (std::size_t index = 0; index < collections.size(); ++index)
   {
     threads.emplace_back([&, index] {
       auto printer = std::make_shared<natc::JsonLinePrinter>(classes[index], stream.file);
-      ready.arrive_and_wait();
+      ready.ArriveAndWait();
       for (int line = 0; line < linesEach; ++line)
       {
         printer->OnStateChanged(collections[index], *states[index]);

@@ -3,13 +3,13 @@
 // rendered by two threads together, and events closed while their query reads on.
 #include "TestSupport.h"
 #include "WriterSupport.h"
+#include "TestSupport/StartLatch.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
-#include <latch>
 #include <mutex>
 #include <thread>
 
@@ -48,18 +48,18 @@ protected:
 
 TEST_F(Threads, SeparateQueriesOnOneSessionRunAtOnce)
 {
-  std::latch start(2);
+  StartLatch start(2);
   std::vector<std::uint64_t> forward, reverseEven;
   DWORD forwardEnd = 0, reverseEnd = 0;
   std::thread a([&] {
     Handle query = Query(L"*");
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     if (query)
       forward = ReadAll(query.get(), 7, INFINITE, forwardEnd);
   });
   std::thread b([&] {
     Handle query = Query(L"*[System[EventID=2]]", EvtQueryReverseDirection);
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     if (query)
       reverseEven = ReadAll(query.get(), 13, INFINITE, reverseEnd);
   });
@@ -138,15 +138,15 @@ TEST_F(Threads, OneEventRenderedByTwoThreadsAtOnceGivesTheSameXml)
   events.resize(returned);
   ASSERT_EQ(events.size(), 300u);
 
-  std::latch start(2);
+  StartLatch start(2);
   std::vector<std::wstring> first(events.size()), second(events.size());
   std::thread a([&] {
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     for (std::size_t i = 0; i < events.size(); ++i)
       first[i] = RenderXml(events[i]);
   });
   std::thread b([&] {
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     for (std::size_t i = events.size(); i-- > 0;)
       second[i] = RenderXml(events[i]);
   });
@@ -171,14 +171,14 @@ TEST_F(Threads, EventsOutliveTheirQueryClosedOnAnotherThread)
   ASSERT_TRUE(EvtNext(query.get(), 50, events.data(), INFINITE, 0, &returned));
   events.resize(returned);
 
-  std::latch start(2);
+  StartLatch start(2);
   std::vector<std::uint64_t> ids;
   std::thread closer([&] {
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     EXPECT_TRUE(EvtClose(query.release()));
   });
   std::thread renderer([&] {
-    start.arrive_and_wait();
+    start.ArriveAndWait();
     for (EVT_HANDLE event : events)
     {
       ids.push_back(RecordIdOf(RenderXml(event)));

@@ -43,8 +43,10 @@ TEST(SharedSlot, ReadersSeeOnlyWholeValuesWhileAWriterReplacesThem)
   CSharedSlot<int> slot{std::make_shared<int>(0)};
   std::atomic<bool> done{false};
   std::atomic<int> torn{0};
+  constexpr int Readers = 3;
   std::vector<std::thread> readers;
-  for (int r = 0; r < 3; ++r)
+  readers.reserve(Readers);
+  for (int r = 0; r < Readers; ++r)
   {
     readers.emplace_back([&] {
       int last = 0;

@@ -346,18 +346,53 @@ void Chunk::Impl::RewriteOneLine(detail::TextBuffer& buffer, std::size_t from, b
   buffer.Sync();
 }
 
-Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,
-                                       const Item& item, detail::TextBuffer& out, TextEscape escape,
-                                       int depth, bool& notNullType)
+Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& out,
+                                       TextEscape escape, int depth)
 {
-  const Value value = Substitution(fragment, index, item);
-  notNullType = !IsNullType(value);
   if (value.IsNull())
     return Status::Ok;
   if (value.BaseType() == ValueType::BinXml && !value.IsArray())
     return AppendFragmentValue(value, out, escape, depth);
   detail::AppendValueText(out, value, escape);
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
+}
+
+Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
+                                  detail::TextBuffer& out, TextEscape escape, int depth)
+{
+  out += '>';
+  const std::size_t start = out.size();
+  const Status status = AppendSubstitution(value, out, escape, depth);
+  if (status != Status::Ok)
+    return status;
+  if (out.size() == start)
+  {
+    out.back() = '/';
+    out += '>';
+  }
+  else
+  {
+    out.append(text.data() + op.off, op.len);
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::RepeatElement(const OpenedFragment& fragment, std::uint32_t first,
+                                  std::uint32_t count, std::uint32_t arraySubst, const Value& array,
+                                  detail::TextBuffer& out, TextEscape escape, int depth)
+{
+  std::uint32_t pos = 0;
+  Item repeat{arraySubst, {}};
+  while (NextArrayItem(array, pos, repeat.value))
+  {
+    if (budget < count)
+      return Status::TooDeep;
+    budget -= count;
+    const Status status = RunOps(fragment, first, first + count, out, escape, depth, repeat);
+    if (status != Status::Ok)
+      return status;
+  }
+  return Status::Ok;
 }
 
 Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& out,
@@ -414,44 +449,63 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       break;
     case OpKind::Subst:
     {
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Value value = Substitution(fragment, op.subst, item);
+      const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      attributeHasValue |= notNullType;
+      attributeHasValue |= !IsNullType(value);
       break;
     }
     case OpKind::ContentSubst:
     {
-      out += '>';
-      const std::size_t start = out.size();
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Status status = AppendContent(op, Substitution(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
-      if (out.size() == start)
-      {
-        out.back() = '/';
-        out += '>';
-      }
-      else
-      {
-        out.append(text.data() + op.off, op.len);
-      }
       break;
     }
     case OpKind::AttrSubst:
     {
       const std::size_t start = out.size();
       out.append(text.data() + op.off, op.len);
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Value value = Substitution(fragment, op.subst, item);
+      const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      if (notNullType)
+      if (!IsNullType(value))
         out += '\'';
       else
         out.resize(start);
+      break;
+    }
+    case OpKind::ElementSubst:
+    {
+      // ElementStart and the ContentSubst after it in one step (see OpKind).
+      const std::uint32_t entry = elementSubsts[op.off];
+      const Value value = Substitution(fragment, entry & 0xffffu, item);
+      if (depth != 0 || open != 0 || item.subst != kNone)
+      {
+        if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
+        {
+          i += op.len;
+          break;
+        }
+        if (value.IsArray())
+        {
+          const Status status = RepeatElement(fragment, i + 1, op.len, entry & 0xffffu, value, out,
+                                              escape, depth);
+          if (status != Status::Ok)
+            return status;
+          i += op.len;
+          break;
+        }
+      }
+      // A copy: a nested fragment compiled while the value renders may move the ops.
+      const detail::Op content = ops[++i];
+      if (content.preLen != 0)
+        out.append(text.data() + content.pre, content.preLen);
+      const Status status = AppendContent(content, value, out, escape, depth);
+      if (status != Status::Ok)
+        return status;
       break;
     }
     case OpKind::ElementStart:
@@ -487,17 +541,9 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       if (arraySubst == kNone)
         break;
-      std::uint32_t pos = 0;
-      Item repeat{arraySubst, {}};
-      while (NextArrayItem(array, pos, repeat.value))
-      {
-        if (budget < op.len)
-          return Status::TooDeep;
-        budget -= op.len;
-        const Status status = RunOps(fragment, i + 1, i + 1 + op.len, out, escape, depth, repeat);
-        if (status != Status::Ok)
-          return status;
-      }
+      const Status status = RepeatElement(fragment, i + 1, op.len, arraySubst, array, out, escape, depth);
+      if (status != Status::Ok)
+        return status;
       i += op.len;
       break;
     }

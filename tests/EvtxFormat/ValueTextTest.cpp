@@ -49,6 +49,8 @@ TEST(ValueText, HexIntegersAreLowerCaseWithoutPadding)
 {
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0x3e7)), "0x3e7");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0)), "0x0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, 0x123456789abcdef0)), "0x123456789abcdef0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, 0xf)), "0xf");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, static_cast<std::int64_t>(0x8020000000000000ull))),
             "0x8020000000000000");
 }
@@ -63,6 +65,9 @@ TEST(ValueText, FloatsBooleansBinary)
   // Irregular booleans: any nonzero value is true.
   EXPECT_EQ(Text(WriterValue{static_cast<std::uint8_t>(ValueType::Bool), {2, 0, 0, 0}}), "true");
   EXPECT_EQ(Text(WriterValue::Binary({0x0a, 0x1b, 0xff})), "0A1BFF");
+  // Eight bytes are converted at a time, the rest one by one: every digit in both parts.
+  EXPECT_EQ(Text(WriterValue::Binary({0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0xfe, 0xdc, 0x10})),
+            "0123456789ABCDEFFEDC10");
 }
 
 TEST(ValueText, GuidSidTimes)

@@ -35,9 +35,11 @@
 #include "Evtx/ValueText.h"
 
 #include "Bytes.h"
+#include "HexDigits.h"
 #include "TextBuffer.h"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstring>
 
@@ -61,7 +63,6 @@ void WriteFileTime(Out& out, std::uint64_t filetime);
 namespace
 {
 constexpr char kHexUpper[] = "0123456789ABCDEF";
-constexpr char kHexLower[] = "0123456789abcdef";
 
 bool ForbiddenInXml(char c)
 {
@@ -177,18 +178,18 @@ void AppendNumber(Out& out, T value)
 template <class Out>
 void AppendHex(Out& out, std::uint64_t value, int minDigits)
 {
-  // Written from the last digit backwards, so the text is in order without a second pass.
+  // All sixteen digits at once, then the leading zeros beyond minDigits are left out.
+  std::uint8_t bigEndian[8];
+  for (int i = 0; i < 8; ++i)
+    bigEndian[i] = static_cast<std::uint8_t>(value >> (56 - 8 * i));
   char text[2 + 16];
-  char* const end = text + sizeof text;
-  char* first = end;
-  do
-  {
-    *--first = kHexLower[value & 0xf];
-    value >>= 4;
-  } while (value != 0 || end - first < minDigits);
-  *--first = 'x';
-  *--first = '0';
-  out.append(first, end);
+  detail::HexDigits8(bigEndian, text + 2, detail::HexCase::Lower);
+  const int significant = (64 - std::countl_zero(value | 1) + 3) / 4;
+  const int digits = significant > minDigits ? significant : minDigits;
+  char* const first = text + 16 - digits;
+  first[0] = '0';
+  first[1] = 'x';
+  out.append(first, text + sizeof text);
 }
 
 // Two decimal digits of v (mod 100) at `to`.
@@ -258,28 +259,23 @@ template <class Out>
 [[gnu::noinline]] void AppendGuid(Out& out, const std::uint8_t* g)
 {
   // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}: the first three groups are little-endian.
+  const std::uint8_t ordered[16] = {g[3], g[2], g[1], g[0], g[5], g[4], g[7], g[6],
+                                    g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]};
+  char hex[32];
+  detail::HexDigits8(ordered, hex, detail::HexCase::Upper);
+  detail::HexDigits8(ordered + 8, hex + 16, detail::HexCase::Upper);
   char text[38];
-  char* to = text;
-  auto hex = [&to](std::uint8_t b) {
-    *to++ = kHexUpper[b >> 4];
-    *to++ = kHexUpper[b & 0xf];
-  };
-  *to++ = '{';
-  for (int i = 3; i >= 0; --i)
-    hex(g[i]);
-  *to++ = '-';
-  hex(g[5]);
-  hex(g[4]);
-  *to++ = '-';
-  hex(g[7]);
-  hex(g[6]);
-  *to++ = '-';
-  hex(g[8]);
-  hex(g[9]);
-  *to++ = '-';
-  for (int i = 10; i < 16; ++i)
-    hex(g[i]);
-  *to++ = '}';
+  text[0] = '{';
+  std::memcpy(text + 1, hex, 8);
+  text[9] = '-';
+  std::memcpy(text + 10, hex + 8, 4);
+  text[14] = '-';
+  std::memcpy(text + 15, hex + 12, 4);
+  text[19] = '-';
+  std::memcpy(text + 20, hex + 16, 4);
+  text[24] = '-';
+  std::memcpy(text + 25, hex + 20, 12);
+  text[37] = '}';
   out.append(text, sizeof text);
 }
 
@@ -343,7 +339,10 @@ template <class Out>
   const std::size_t at = out.size();
   out.resize(at + 2 * std::size_t(size));
   char* to = out.data() + at;
-  for (std::uint32_t i = 0; i < size; ++i)
+  std::uint32_t i = 0;
+  for (; i + 8 <= size; i += 8, to += 16)
+    detail::HexDigits8(p + i, to, detail::HexCase::Upper);
+  for (; i < size; ++i)
   {
     *to++ = kHexUpper[p[i] >> 4];
     *to++ = kHexUpper[p[i] & 0xf];

@@ -165,6 +165,29 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
   }
 }
 
+// UTF-16 text of every length up to three scan blocks, with a rewritten or non-ASCII character
+// at every place: the last block of a text ends with the text and overlaps the one before it.
+TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
+{
+  const std::pair<std::string, std::string> cases[] = {
+    {"", ""}, {"&", "&amp;"}, {"'", "&apos;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"},
+    {"\x01", "\xe2\x90\x81"}, {"\xc3\xa9", "\xc3\xa9"}, {"\xe4\xb8\xad", "\xe4\xb8\xad"},
+    {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"}};
+  for (const auto& [c, escaped] : cases)
+  {
+    for (std::size_t length = 1; length <= 24; ++length)
+    {
+      for (std::size_t at = 0; at < length; ++at)
+      {
+        const std::string before(at, 'a'), after(length - at - 1, 'b');
+        const WriterValue value = WriterValue::Text(before + c + after);
+        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), before + escaped + after) << length << " " << at;
+        EXPECT_EQ(Text(value), before + c + after) << length << " " << at;
+      }
+    }
+  }
+}
+
 // ANSI text where rewritten bytes follow one another (binary data in a text field), then plain
 // text again: each is rewritten and the plain text after them is kept.
 TEST(ValueText, AnsiRunsOfRewrittenBytes)

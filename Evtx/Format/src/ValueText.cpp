@@ -356,9 +356,10 @@ template <__m128i (*Equal)(__m128i, __m128i), __m128i (*Less)(__m128i, __m128i),
 __m128i EscapedLanes(__m128i v)
 {
   const __m128i control = _mm_andnot_si128(Equal(v, Splat('\t')), Less(v, Splat(0x20)));
+  // & and ' are 0x26 and 0x27, < and > 0x3c and 0x3e: one comparison for each pair.
   const __m128i markup =
-    _mm_or_si128(_mm_or_si128(Equal(v, Splat('&')), Equal(v, Splat('<'))),
-                 _mm_or_si128(Equal(v, Splat('>')), _mm_or_si128(Equal(v, Splat('"')), Equal(v, Splat('\'')))));
+    _mm_or_si128(_mm_or_si128(Equal(_mm_or_si128(v, Splat(1)), Splat('\'')), Equal(v, Splat('"'))),
+                 Equal(_mm_or_si128(v, Splat(2)), Splat('>')));
   return _mm_or_si128(control, markup);
 }
 inline __m128i Equal8(__m128i a, __m128i b) { return _mm_cmpeq_epi8(a, b); }
@@ -571,26 +572,48 @@ namespace
 {
 // Narrows the leading units of the UTF-16 text that are ASCII and copied as they are under
 // `escape` into `to` (room for `units` bytes), in the same pass that finds them; returns how
-// many. With SSE2 (every x86-64), eight units at a time: each block is stored whole, and the
-// bytes past the run are left for the caller to overwrite.
+// many. With SSE2 (every x86-64), eight units at a time (four in text of four to seven), the
+// last block ending with the text; each block is stored whole, and the bytes past the run are
+// left for the caller to overwrite.
 std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units, TextEscape escape,
                              char* to)
 {
   std::size_t run = 0;
 #ifdef __SSE2__
-  const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xff80));
-  const __m128i zero = _mm_setzero_si128();
-  for (; run + 8 <= units; run += 8)
+  const std::size_t width = units >= 8 ? 8 : 4;
+  // Narrows units [at, at + width) into `to` and returns two bits per unit that stops the run.
+  const auto block = [&](std::size_t at) {
+    const auto* from = reinterpret_cast<const __m128i*>(utf16 + 2 * at);
+    const __m128i v = width == 8 ? _mm_loadu_si128(from) : _mm_loadl_epi64(from);
+    const __m128i narrow = _mm_packus_epi16(v, v);
+    if (width == 8)
+    {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(to + at), narrow);
+    }
+    else
+    {
+      const int four = _mm_cvtsi128_si32(narrow);
+      std::memcpy(to + at, &four, 4);
+    }
+    const __m128i nonAscii = _mm_andnot_si128(
+      _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xff80))), _mm_setzero_si128()),
+      _mm_set1_epi16(-1));
+    const __m128i stop =
+      escape == TextEscape::None ? nonAscii : _mm_or_si128(nonAscii, EscapedLanes<Equal16, Less16, Splat16>(v));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+    return width == 8 ? mask : mask & 0xffu;
+  };
+  if (units >= width)
   {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * run));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + run), _mm_packus_epi16(v, v));
-    // All ones in the units that stop the run.
-    __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero), _mm_set1_epi16(-1));
-    if (escape != TextEscape::None)
-      stop = _mm_or_si128(stop, EscapedLanes<Equal16, Less16, Splat16>(v));
-    const int mask = _mm_movemask_epi8(stop);
-    if (mask != 0)
-      return run + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
+    for (; run + width <= units; run += width)
+      if (const unsigned mask = block(run); mask != 0)
+        return run + static_cast<std::size_t>(std::countr_zero(mask)) / 2;
+    if (run == units)
+      return run;
+    // The last block ends with the text; its units before `run` were found plain already.
+    const std::size_t at = units - width;
+    const unsigned mask = block(at);
+    return mask != 0 ? at + static_cast<std::size_t>(std::countr_zero(mask)) / 2 : units;
   }
 #endif
   for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 &&

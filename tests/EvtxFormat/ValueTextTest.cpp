@@ -25,6 +25,9 @@ TEST(ValueText, Integers)
 {
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int8, -5)), "-5");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 200)), "200");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 0)), "0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 9)), "9");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 10)), "10");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int16, -300)), "-300");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt16, 65535)), "65535");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int32, -1)), "-1");

@@ -42,6 +42,7 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <type_traits>
 
 #ifdef __SSE2__
 #  include <emmintrin.h>
@@ -170,6 +171,15 @@ void AppendCodePoint(Out& out, std::uint32_t cp)
 template <class Out, class T>
 void AppendNumber(Out& out, T value)
 {
+  // Single digits (levels, versions, opcodes) are among the most common numbers of an event.
+  if constexpr (std::is_unsigned_v<T>)
+  {
+    if (value < 10)
+    {
+      out += static_cast<char>('0' + value);
+      return;
+    }
+  }
   char digits[32];
   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   out.append(digits, end);
@@ -192,11 +202,23 @@ void AppendHex(Out& out, std::uint64_t value, int minDigits)
   out.append(first, text + sizeof text);
 }
 
+// "00" to "99": a date takes its digits two at a time.
+constexpr std::array<char, 200> MakeDigitPairs()
+{
+  std::array<char, 200> pairs{};
+  for (unsigned v = 0; v < 100; ++v)
+  {
+    pairs[2 * v] = static_cast<char>('0' + v / 10);
+    pairs[2 * v + 1] = static_cast<char>('0' + v % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
+
 // Two decimal digits of v (mod 100) at `to`.
 void Put2(char* to, unsigned v)
 {
-  to[0] = static_cast<char>('0' + (v / 10) % 10);
-  to[1] = static_cast<char>('0' + v % 10);
+  std::memcpy(to, kDigitPairs.data() + 2 * (v % 100), 2);
 }
 
 // Days since 1970-01-01 to a civil date (proleptic Gregorian).
@@ -246,11 +268,11 @@ void AppendDateTime(Out& out, int year, unsigned month, unsigned day, unsigned h
   text[16] = ':';
   Put2(text + 17, second);
   text[19] = '.';
-  for (int i = 26; i >= 20; --i)
-  {
-    text[i] = static_cast<char>('0' + fraction7 % 10);
-    fraction7 /= 10;
-  }
+  const std::uint32_t rest = fraction7 % 100000;
+  Put2(text + 20, fraction7 / 100000);
+  Put2(text + 22, rest / 1000);
+  Put2(text + 24, rest / 10);
+  text[26] = static_cast<char>('0' + rest % 10);
   text[27] = 'Z';
   out.append(text, sizeof text);
 }

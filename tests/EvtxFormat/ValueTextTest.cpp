@@ -191,6 +191,34 @@ TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
   }
 }
 
+// ANSI text with markup in it (XML in a text field): several rewritten bytes in one scan block
+// of 16, plain bytes between them spanning blocks, and every length of it.
+TEST(ValueText, AnsiMarkupAtEveryLength)
+{
+  const std::string piece = "<a x=\"1\">\xe9t\xe9</a>plain text.&";
+  const std::string escapedPiece = "&lt;a x=&quot;1&quot;&gt;\xc3\xa9t\xc3\xa9&lt;/a&gt;plain text.&amp;";
+  const std::string raw = piece + piece + piece;
+  for (std::size_t length = 0; length <= raw.size(); ++length)
+  {
+    // Each byte's own text form, one by one.
+    std::string expected;
+    for (const char c : raw.substr(0, length))
+    {
+      switch (c)
+      {
+      case '<': expected += "&lt;"; break;
+      case '>': expected += "&gt;"; break;
+      case '"': expected += "&quot;"; break;
+      case '&': expected += "&amp;"; break;
+      case '\xe9': expected += "\xc3\xa9"; break;
+      default: expected += c;
+      }
+    }
+    EXPECT_EQ(Text(WriterValue::Ansi(raw.substr(0, length)), evtx::TextEscape::Xml), expected) << length;
+  }
+  EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::Xml), escapedPiece + escapedPiece + escapedPiece);
+}
+
 // ANSI text where rewritten bytes follow one another (binary data in a text field), then plain
 // text again: each is rewritten and the plain text after them is kept.
 TEST(ValueText, AnsiRunsOfRewrittenBytes)

@@ -79,8 +79,9 @@ void AppendControlPicture(Out& out, char c)
   out.append(picture, sizeof picture);
 }
 
+// Inlined: text with markup in it calls it every few bytes.
 template <class Out>
-void AppendEscapedAscii(Out& out, char c, TextEscape escape)
+[[gnu::always_inline]] inline void AppendEscapedAscii(Out& out, char c, TextEscape escape)
 {
   if (escape == TextEscape::None)
   {
@@ -392,27 +393,34 @@ inline __m128i Less16(__m128i a, __m128i b) { return _mm_cmplt_epi16(a, b); }
 inline __m128i Splat16(short c) { return _mm_set1_epi16(c); }
 #endif
 
+#ifdef __SSE2__
+// One bit per byte of the sixteen at p that Latin-1 text rewrites under `escape`: bytes of
+// 0x80 and up (their top bit, which movemask takes as it is), and what escaping rewrites.
+unsigned RewrittenBytes16(const std::uint8_t* p, TextEscape escape)
+{
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i stop = escape == TextEscape::None ? v : _mm_or_si128(v, EscapedLanes<Equal8, Less8, Splat8>(v));
+  return static_cast<unsigned>(_mm_movemask_epi8(stop));
+}
+#endif
+
 // The number of leading bytes of Latin-1 text that are ASCII and copied as they are under
-// `escape`; sixteen at a time with SSE2.
+// `escape`.
 std::uint32_t PlainAsciiBytes(const std::uint8_t* p, std::uint32_t size, TextEscape escape)
 {
   std::uint32_t run = 0;
-#ifdef __SSE2__
-  for (; run + 16 <= size; run += 16)
-  {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + run));
-    // Bytes of 0x80 and up have their top bit set: movemask takes them as they are.
-    __m128i stop = v;
-    if (escape != TextEscape::None)
-      stop = _mm_or_si128(stop, EscapedLanes<Equal8, Less8, Splat8>(v));
-    const int mask = _mm_movemask_epi8(stop);
-    if (mask != 0)
-      return run + static_cast<std::uint32_t>(__builtin_ctz(static_cast<unsigned>(mask)));
-  }
-#endif
   while (run < size && p[run] < 0x80 && (escape == TextEscape::None || kPlainAscii[p[run]]))
     ++run;
   return run;
+}
+
+template <class Out>
+void AppendLatin1Byte(Out& out, std::uint8_t byte, TextEscape escape)
+{
+  if (byte < 0x80)
+    AppendEscapedAscii(out, static_cast<char>(byte), escape);
+  else
+    AppendCodePoint(out, byte);
 }
 
 template <class Out>
@@ -421,26 +429,31 @@ template <class Out>
 {
   while (size > 0 && p[size - 1] == 0)
     --size;
-  for (std::uint32_t i = 0; i < size;)
+  std::uint32_t i = 0;
+#ifdef __SSE2__
+  // Sixteen bytes at a time: each rewritten byte of a block is found in the block's mask (text
+  // with markup in it has one every few bytes), and the plain bytes before it go out in one
+  // piece, however many blocks they span.
+  std::uint32_t plain = 0;
+  for (; i + 16 <= size; i += 16)
   {
-    // Runs that need no escaping are copied in one step.
-    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
-    if (run > i)
+    for (unsigned mask = RewrittenBytes16(p + i, escape); mask != 0; mask &= mask - 1)
     {
-      out.append(reinterpret_cast<const char*>(p + i), run - i);
-      i = run;
-      continue;
+      const std::uint32_t at = i + static_cast<std::uint32_t>(std::countr_zero(mask));
+      out.append(reinterpret_cast<const char*>(p + plain), at - plain);
+      AppendLatin1Byte(out, p[at], escape);
+      plain = at + 1;
     }
-    // Bytes that are rewritten often come in runs (text that holds binary data): take them
-    // one by one until the next plain byte rather than searching afresh after each.
-    do
-    {
-      if (p[i] < 0x80)
-        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
-      else
-        AppendCodePoint(out, p[i]);
-      ++i;
-    } while (i < size && (p[i] >= 0x80 || (escape != TextEscape::None && !kPlainAscii[p[i]])));
+  }
+  out.append(reinterpret_cast<const char*>(p + plain), i - plain);
+#endif
+  while (i < size)
+  {
+    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
+    out.append(reinterpret_cast<const char*>(p + i), run - i);
+    if (run < size)
+      AppendLatin1Byte(out, p[run], escape);
+    i = run + 1;
   }
 }
 

@@ -23,6 +23,10 @@ namespace
 constexpr std::uint32_t kRecordSignature = 0x00002a2a;
 constexpr std::uint32_t kRecordHeaderSize = 24;
 constexpr std::uint32_t kAnonymousKey = 0x80000000u;
+// States of Chunk::recordsChecksum_.
+constexpr std::uint8_t kChecksumUnknown = 0;
+constexpr std::uint8_t kChecksumBad = 1;
+constexpr std::uint8_t kChecksumGood = 2;
 
 // NULL in the sense of optional substitutions: a NullType value (or a missing one). An empty
 // value of another type, such as a zero-length Binary, still shows its element.
@@ -81,7 +85,8 @@ void Chunk::Forget(std::uint32_t index)
   records_.clear();
   index_ = index;
   headerChecksumOk_ = false;
-  recordsChecksumOk_ = false;
+  recordsEnd_ = 0;
+  recordsChecksum_.store(kChecksumUnknown, std::memory_order_relaxed);
   recordsTruncated_ = false;
   header_ = ChunkHeader{};
   impl_->Reset(Buffer());
@@ -101,8 +106,7 @@ Status Chunk::LoadBuffer(std::uint32_t index)
   if (end < kChunkHeaderSize || end > kChunkSize)
     end = kChunkSize;
   else
-    recordsChecksumOk_ = Crc32(data_.data() + kChunkHeaderSize, end - kChunkHeaderSize) ==
-                         header_.recordsChecksum;
+    recordsEnd_ = end;
   // Below the free-space offset every record was complete when the header was written, so a
   // record whose trailing size copy is damaged is still offered (its decode may then fail).
   // After a damaged record header, look for the next record that checks fully.
@@ -126,6 +130,20 @@ Status Chunk::LoadBuffer(std::uint32_t index)
     pos = NextIntactRecord(data_.data(), pos + 8, end);
   }
   return Status::Ok;
+}
+
+bool Chunk::RecordsChecksumOk() const noexcept
+{
+  std::uint8_t state = recordsChecksum_.load(std::memory_order_relaxed);
+  if (state == kChecksumUnknown)
+  {
+    // Threads asking at once compute the same answer from the same bytes.
+    const bool good = recordsEnd_ != 0 && Crc32(data_.data() + kChunkHeaderSize, recordsEnd_ - kChunkHeaderSize) ==
+                                            header_.recordsChecksum;
+    state = good ? kChecksumGood : kChecksumBad;
+    recordsChecksum_.store(state, std::memory_order_relaxed);
+  }
+  return state == kChecksumGood;
 }
 
 void Chunk::Impl::Reset(const std::uint8_t* chunkData)

@@ -10,6 +10,7 @@
 
 #include "Evtx/Types.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -54,7 +55,8 @@ public:
   // False when the header CRC32 does not match (the header may be stale or damaged).
   bool HeaderChecksumOk() const noexcept { return headerChecksumOk_; }
   // False when the CRC32 of the record area differs from the header's (records are still read).
-  bool RecordsChecksumOk() const noexcept { return recordsChecksumOk_; }
+  // Computed at the first call after a load: reading the records does not need it.
+  bool RecordsChecksumOk() const noexcept;
   // True when a record failed its checks and the walk stopped before freeSpaceOffset.
   bool RecordsTruncated() const noexcept { return recordsTruncated_; }
   // The records that passed their checks, in chunk order.
@@ -76,7 +78,11 @@ private:
   ChunkHeader header_;
   std::uint32_t index_ = 0;
   bool headerChecksumOk_ = false;
-  bool recordsChecksumOk_ = false;
+  // End of the record area the header's CRC32 covers; 0 when its free-space offset makes no sense.
+  std::uint32_t recordsEnd_ = 0;
+  // RecordsChecksumOk once computed (0 until then, 1 bad, 2 good); atomic, as threads that share
+  // a loaded chunk for reading may ask at once.
+  mutable std::atomic<std::uint8_t> recordsChecksum_{0};
   bool recordsTruncated_ = false;
   std::vector<Record> records_;
   std::unique_ptr<Impl> impl_;

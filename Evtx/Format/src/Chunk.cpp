@@ -714,6 +714,23 @@ bool RecordBelongs(const std::vector<std::uint8_t>& data, const Record& record)
   return record.offset >= kChunkHeaderSize && record.size >= kRecordHeaderSize + 4 &&
          record.offset + std::size_t(record.size) <= data.size();
 }
+
+TextEscape EscapeOf(const RenderOptions& options)
+{
+  return options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml;
+}
+
+// Appends one record's XML; on failure `out` may hold part of it.
+Status RenderRecord(Chunk::Impl& impl, const std::vector<std::uint8_t>& data, const Record& record,
+                    detail::TextBuffer& out, TextEscape escape)
+{
+  if (!RecordBelongs(data, record))
+    return Status::BadData;
+  impl.budget = detail::kRecordBudget;
+  impl.outputLimit = out.size() + detail::kRecordOutputLimit;
+  return impl.RenderFragment(record.offset + kRecordHeaderSize, record.offset + record.size - 4, out,
+                             escape, 0);
+}
 } // namespace
 
 Status Chunk::Decode(const Record& record, EventTree& tree)
@@ -728,21 +745,34 @@ Status Chunk::Decode(const Record& record, EventTree& tree)
 
 Status Chunk::RenderXml(const Record& record, std::string& out, const RenderOptions& options)
 {
-  if (!RecordBelongs(data_, record))
-    return Status::BadData;
   const std::size_t mark = out.size();
-  impl_->budget = detail::kRecordBudget;
-  impl_->outputLimit = mark + detail::kRecordOutputLimit;
   Status status = Status::Ok;
   {
     detail::TextBuffer buffer(out);
-    status = impl_->RenderFragment(record.offset + kRecordHeaderSize,
-                                   record.offset + record.size - 4, buffer,
-                                   options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+    status = RenderRecord(*impl_, data_, record, buffer, EscapeOf(options));
   }
   if (status != Status::Ok)
     out.resize(mark);
   return status;
+}
+
+void Chunk::RenderXmlLines(std::string& out, const RenderOptions& options,
+                           std::vector<std::pair<Record, Status>>& failed)
+{
+  // One buffer for the whole chunk: its room is made once, not again for every record.
+  detail::TextBuffer buffer(out);
+  for (const Record& record : records_)
+  {
+    const std::size_t mark = buffer.size();
+    const Status status = RenderRecord(*impl_, data_, record, buffer, EscapeOf(options));
+    if (status != Status::Ok)
+    {
+      buffer.resize(mark);
+      failed.emplace_back(record, status);
+      continue;
+    }
+    buffer += '\n';
+  }
 }
 
 } // namespace evtx

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace evtx
@@ -67,6 +68,10 @@ public:
   Status Decode(const Record& record, EventTree& tree);
   // Appends the record's event XML, as Windows renders it, in UTF-8.
   Status RenderXml(const Record& record, std::string& out, const RenderOptions& options = {});
+  // Appends every record's XML followed by '\n', as RenderXml one record after another would;
+  // a record that fails adds nothing and is listed in `failed`, in chunk order.
+  void RenderXmlLines(std::string& out, const RenderOptions& options,
+                      std::vector<std::pair<Record, Status>>& failed);
 
   struct Impl;
 

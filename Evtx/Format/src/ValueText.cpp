@@ -314,20 +314,27 @@ std::uint32_t SidSize(const std::uint8_t* p, std::uint32_t size)
 template <class Out>
 [[gnu::noinline]] void AppendSid(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
-  out += "S-";
-  AppendNumber(out, static_cast<unsigned>(p[0]));
-  out += '-';
+  // Each piece ("S-1-5", then "-" with each sub-authority) is put together in a local buffer
+  // and appended in one step.
   std::uint64_t authority = 0;
   for (int i = 2; i < 8; ++i)
     authority = (authority << 8) | p[i];
+  char text[32] = {'S', '-'};
+  char* end = std::to_chars(text + 2, text + sizeof text, static_cast<unsigned>(p[0])).ptr;
+  *end++ = '-';
   if (authority >= (1ull << 32))
+  {
+    out.append(text, end);
     AppendHex(out, authority, 12);
+  }
   else
-    AppendNumber(out, authority);
+  {
+    out.append(text, std::to_chars(end, text + sizeof text, authority).ptr);
+  }
   for (std::uint32_t i = 0; i < p[1] && 8 + 4 * i + 4 <= size; ++i)
   {
-    out += '-';
-    AppendNumber(out, Le32(p + 8 + 4 * std::size_t(i)));
+    text[0] = '-';
+    out.append(text, std::to_chars(text + 1, text + sizeof text, Le32(p + 8 + 4 * std::size_t(i))).ptr);
   }
 }
 

@@ -618,8 +618,9 @@ namespace
 // many. With SSE2 (every x86-64), eight units at a time (four in text of four to seven), the
 // last block ending with the text; each block is stored whole, and the bytes past the run are
 // left for the caller to overwrite.
-std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units, TextEscape escape,
-                             char* to)
+// Inlined into WriteUtf16: most texts are short, so a call is a large part of their cost.
+[[gnu::always_inline]] inline std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units,
+                                                           TextEscape escape, char* to)
 {
   std::size_t run = 0;
 #ifdef __SSE2__

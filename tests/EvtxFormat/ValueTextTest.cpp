@@ -168,17 +168,18 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
   }
 }
 
-// UTF-16 text of every length up to three scan blocks, with a rewritten or non-ASCII character
+// UTF-16 text of every length up to five scan blocks, with a rewritten or non-ASCII character
 // at every place: the last block of a text ends with the text and overlaps the one before it.
+// U+0109 and U+0126 narrow to the bytes of tab and '&' when their high byte is dropped.
 TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
 {
   const std::pair<std::string, std::string> cases[] = {
     {"", ""}, {"&", "&amp;"}, {"'", "&apos;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"},
     {"\x01", "\xe2\x90\x81"}, {"\xc3\xa9", "\xc3\xa9"}, {"\xe4\xb8\xad", "\xe4\xb8\xad"},
-    {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"}};
+    {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"}, {"\xc4\x89", "\xc4\x89"}, {"\xc4\xa6", "\xc4\xa6"}, {"\t", "\t"}};
   for (const auto& [c, escaped] : cases)
   {
-    for (std::size_t length = 1; length <= 24; ++length)
+    for (std::size_t length = 1; length <= 40; ++length)
     {
       for (std::size_t at = 0; at < length; ++at)
       {

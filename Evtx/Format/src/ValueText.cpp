@@ -207,7 +207,7 @@ void AppendHex(Out& out, std::uint64_t value, int minDigits)
 constexpr std::array<char, 200> MakeDigitPairs()
 {
   std::array<char, 200> pairs{};
-  for (unsigned v = 0; v < 100; ++v)
+  for (std::size_t v = 0; v < 100; ++v)
   {
     pairs[2 * v] = static_cast<char>('0' + v / 10);
     pairs[2 * v + 1] = static_cast<char>('0' + v % 10);
@@ -219,7 +219,7 @@ constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 // Two decimal digits of v (mod 100) at `to`.
 void Put2(char* to, unsigned v)
 {
-  std::memcpy(to, kDigitPairs.data() + 2 * (v % 100), 2);
+  std::memcpy(to, kDigitPairs.data() + 2 * std::size_t(v % 100), 2);
 }
 
 // Days since 1970-01-01 to a civil date (proleptic Gregorian).

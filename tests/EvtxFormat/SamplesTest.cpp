@@ -20,8 +20,10 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -325,6 +327,49 @@ TEST(SampleChunk, LoadingIntoTheChunksOwnBufferReadsWhatACopyReads)
     ASSERT_EQ(inPlace.RenderXml(inPlace.Records()[i], b), evtx::Status::Ok);
   }
   EXPECT_EQ(a, b);
+}
+
+// A chunk's records rendered as lines in one call are what rendering them one by one gives,
+// on every sample (damaged ones included: their failing records are listed, not written).
+TEST(SampleChunk, RenderingAllLinesEqualsRenderingEachRecord)
+{
+  evtx::RenderOptions oneLine;
+  oneLine.escapeLineBreaks = true;
+  std::size_t failures = 0;
+  for (const std::string& name : SampleNames())
+  {
+    evtx::File file;
+    ASSERT_EQ(file.Open((fs::path(EvtxSamplesDirectory()) / (name + ".evtx")).string()), evtx::Status::Ok) << name;
+    for (std::uint32_t index = 0; index < file.ChunkCount(); ++index)
+    {
+      std::shared_ptr<evtx::Chunk> chunk;
+      if (file.LoadChunk(index, chunk) != evtx::Status::Ok)
+        continue;
+      std::string each = "before\n";
+      std::vector<std::pair<std::uint64_t, evtx::Status>> eachFailed;
+      for (const evtx::Record& record : chunk->Records())
+      {
+        const evtx::Status status = chunk->RenderXml(record, each, oneLine);
+        if (status == evtx::Status::Ok)
+          each += '\n';
+        else
+          eachFailed.emplace_back(record.id, status);
+      }
+      std::string lines = "before\n";
+      std::vector<std::pair<evtx::Record, evtx::Status>> failed;
+      chunk->RenderXmlLines(lines, oneLine, failed);
+      EXPECT_EQ(lines, each) << name << " chunk " << index;
+      ASSERT_EQ(failed.size(), eachFailed.size()) << name << " chunk " << index;
+      for (std::size_t i = 0; i < failed.size(); ++i)
+      {
+        EXPECT_EQ(failed[i].first.id, eachFailed[i].first);
+        EXPECT_EQ(failed[i].second, eachFailed[i].second);
+      }
+      failures += failed.size();
+    }
+  }
+  // The damaged samples hold records that fail: the comparison covered that case too.
+  EXPECT_GT(failures, 0u);
 }
 
 TEST(SampleChunk, AReusedChunkForgetsItsPreviousRecords)

@@ -25,6 +25,9 @@ TEST(ValueText, Integers)
 {
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int8, -5)), "-5");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 200)), "200");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 0)), "0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt8, 9)), "9");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 10)), "10");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int16, -300)), "-300");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt16, 65535)), "65535");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int32, -1)), "-1");
@@ -49,6 +52,8 @@ TEST(ValueText, HexIntegersAreLowerCaseWithoutPadding)
 {
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0x3e7)), "0x3e7");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt32, 0)), "0x0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, 0x123456789abcdef0)), "0x123456789abcdef0");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, 0xf)), "0xf");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::HexInt64, static_cast<std::int64_t>(0x8020000000000000ull))),
             "0x8020000000000000");
 }
@@ -63,6 +68,9 @@ TEST(ValueText, FloatsBooleansBinary)
   // Irregular booleans: any nonzero value is true.
   EXPECT_EQ(Text(WriterValue{static_cast<std::uint8_t>(ValueType::Bool), {2, 0, 0, 0}}), "true");
   EXPECT_EQ(Text(WriterValue::Binary({0x0a, 0x1b, 0xff})), "0A1BFF");
+  // Eight bytes are converted at a time, the rest one by one: every digit in both parts.
+  EXPECT_EQ(Text(WriterValue::Binary({0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0xfe, 0xdc, 0x10})),
+            "0123456789ABCDEFFEDC10");
 }
 
 TEST(ValueText, GuidSidTimes)
@@ -158,6 +166,58 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
       EXPECT_EQ(Text(WriterValue::Ansi(raw)), static_cast<unsigned char>(c) < 0x80 ? raw : expected) << at;
     }
   }
+}
+
+// UTF-16 text of every length up to five scan blocks, with a rewritten or non-ASCII character
+// at every place: the last block of a text ends with the text and overlaps the one before it.
+// U+0109 and U+0126 narrow to the bytes of tab and '&' when their high byte is dropped.
+TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
+{
+  const std::pair<std::string, std::string> cases[] = {
+    {"", ""}, {"&", "&amp;"}, {"'", "&apos;"}, {"<", "&lt;"}, {">", "&gt;"}, {"\"", "&quot;"},
+    {"\x01", "\xe2\x90\x81"}, {"\xc3\xa9", "\xc3\xa9"}, {"\xe4\xb8\xad", "\xe4\xb8\xad"},
+    {"\xf0\x9f\x98\x80", "\xf0\x9f\x98\x80"}, {"\xc4\x89", "\xc4\x89"}, {"\xc4\xa6", "\xc4\xa6"}, {"\t", "\t"}};
+  for (const auto& [c, escaped] : cases)
+  {
+    for (std::size_t length = 1; length <= 40; ++length)
+    {
+      for (std::size_t at = 0; at < length; ++at)
+      {
+        const std::string before(at, 'a'), after(length - at - 1, 'b');
+        const WriterValue value = WriterValue::Text(before + c + after);
+        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), before + escaped + after) << length << " " << at;
+        EXPECT_EQ(Text(value), before + c + after) << length << " " << at;
+      }
+    }
+  }
+}
+
+// ANSI text with markup in it (XML in a text field): several rewritten bytes in one scan block
+// of 16, plain bytes between them spanning blocks, and every length of it.
+TEST(ValueText, AnsiMarkupAtEveryLength)
+{
+  const std::string piece = "<a x=\"1\">\xe9t\xe9</a>plain text.&";
+  const std::string escapedPiece = "&lt;a x=&quot;1&quot;&gt;\xc3\xa9t\xc3\xa9&lt;/a&gt;plain text.&amp;";
+  const std::string raw = piece + piece + piece;
+  for (std::size_t length = 0; length <= raw.size(); ++length)
+  {
+    // Each byte's own text form, one by one.
+    std::string expected;
+    for (const char c : raw.substr(0, length))
+    {
+      switch (c)
+      {
+      case '<': expected += "&lt;"; break;
+      case '>': expected += "&gt;"; break;
+      case '"': expected += "&quot;"; break;
+      case '&': expected += "&amp;"; break;
+      case '\xe9': expected += "\xc3\xa9"; break;
+      default: expected += c;
+      }
+    }
+    EXPECT_EQ(Text(WriterValue::Ansi(raw.substr(0, length)), evtx::TextEscape::Xml), expected) << length;
+  }
+  EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::Xml), escapedPiece + escapedPiece + escapedPiece);
 }
 
 // ANSI text where rewritten bytes follow one another (binary data in a text field), then plain

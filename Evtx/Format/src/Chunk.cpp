@@ -23,6 +23,10 @@ namespace
 constexpr std::uint32_t kRecordSignature = 0x00002a2a;
 constexpr std::uint32_t kRecordHeaderSize = 24;
 constexpr std::uint32_t kAnonymousKey = 0x80000000u;
+// States of Chunk::recordsChecksum_.
+constexpr std::uint8_t kChecksumUnknown = 0;
+constexpr std::uint8_t kChecksumBad = 1;
+constexpr std::uint8_t kChecksumGood = 2;
 
 // NULL in the sense of optional substitutions: a NullType value (or a missing one). An empty
 // value of another type, such as a zero-length Binary, still shows its element.
@@ -81,7 +85,8 @@ void Chunk::Forget(std::uint32_t index)
   records_.clear();
   index_ = index;
   headerChecksumOk_ = false;
-  recordsChecksumOk_ = false;
+  recordsEnd_ = 0;
+  recordsChecksum_.store(kChecksumUnknown, std::memory_order_relaxed);
   recordsTruncated_ = false;
   header_ = ChunkHeader{};
   impl_->Reset(Buffer());
@@ -101,8 +106,7 @@ Status Chunk::LoadBuffer(std::uint32_t index)
   if (end < kChunkHeaderSize || end > kChunkSize)
     end = kChunkSize;
   else
-    recordsChecksumOk_ = Crc32(data_.data() + kChunkHeaderSize, end - kChunkHeaderSize) ==
-                         header_.recordsChecksum;
+    recordsEnd_ = end;
   // Below the free-space offset every record was complete when the header was written, so a
   // record whose trailing size copy is damaged is still offered (its decode may then fail).
   // After a damaged record header, look for the next record that checks fully.
@@ -126,6 +130,20 @@ Status Chunk::LoadBuffer(std::uint32_t index)
     pos = NextIntactRecord(data_.data(), pos + 8, end);
   }
   return Status::Ok;
+}
+
+bool Chunk::RecordsChecksumOk() const noexcept
+{
+  std::uint8_t state = recordsChecksum_.load(std::memory_order_relaxed);
+  if (state == kChecksumUnknown)
+  {
+    // Threads asking at once compute the same answer from the same bytes.
+    const bool good = recordsEnd_ != 0 && Crc32(data_.data() + kChunkHeaderSize, recordsEnd_ - kChunkHeaderSize) ==
+                                            header_.recordsChecksum;
+    state = good ? kChecksumGood : kChecksumBad;
+    recordsChecksum_.store(state, std::memory_order_relaxed);
+  }
+  return state == kChecksumGood;
 }
 
 void Chunk::Impl::Reset(const std::uint8_t* chunkData)
@@ -346,18 +364,53 @@ void Chunk::Impl::RewriteOneLine(detail::TextBuffer& buffer, std::size_t from, b
   buffer.Sync();
 }
 
-Status Chunk::Impl::AppendSubstitution(const OpenedFragment& fragment, std::uint32_t index,
-                                       const Item& item, detail::TextBuffer& out, TextEscape escape,
-                                       int depth, bool& notNullType)
+Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& out,
+                                       TextEscape escape, int depth)
 {
-  const Value value = Substitution(fragment, index, item);
-  notNullType = !IsNullType(value);
   if (value.IsNull())
     return Status::Ok;
   if (value.BaseType() == ValueType::BinXml && !value.IsArray())
     return AppendFragmentValue(value, out, escape, depth);
   detail::AppendValueText(out, value, escape);
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
+}
+
+Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
+                                  detail::TextBuffer& out, TextEscape escape, int depth)
+{
+  out += '>';
+  const std::size_t start = out.size();
+  const Status status = AppendSubstitution(value, out, escape, depth);
+  if (status != Status::Ok)
+    return status;
+  if (out.size() == start)
+  {
+    out.back() = '/';
+    out += '>';
+  }
+  else
+  {
+    out.append(text.data() + op.off, op.len);
+  }
+  return Status::Ok;
+}
+
+Status Chunk::Impl::RepeatElement(const OpenedFragment& fragment, std::uint32_t first,
+                                  std::uint32_t count, std::uint32_t arraySubst, const Value& array,
+                                  detail::TextBuffer& out, TextEscape escape, int depth)
+{
+  std::uint32_t pos = 0;
+  Item repeat{arraySubst, {}};
+  while (NextArrayItem(array, pos, repeat.value))
+  {
+    if (budget < count)
+      return Status::TooDeep;
+    budget -= count;
+    const Status status = RunOps(fragment, first, first + count, out, escape, depth, repeat);
+    if (status != Status::Ok)
+      return status;
+  }
+  return Status::Ok;
 }
 
 Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& out,
@@ -414,44 +467,63 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       break;
     case OpKind::Subst:
     {
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Value value = Substitution(fragment, op.subst, item);
+      const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      attributeHasValue |= notNullType;
+      attributeHasValue |= !IsNullType(value);
       break;
     }
     case OpKind::ContentSubst:
     {
-      out += '>';
-      const std::size_t start = out.size();
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Status status = AppendContent(op, Substitution(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
-      if (out.size() == start)
-      {
-        out.back() = '/';
-        out += '>';
-      }
-      else
-      {
-        out.append(text.data() + op.off, op.len);
-      }
       break;
     }
     case OpKind::AttrSubst:
     {
       const std::size_t start = out.size();
       out.append(text.data() + op.off, op.len);
-      bool notNullType = false;
-      const Status status = AppendSubstitution(fragment, op.subst, item, out, escape, depth, notNullType);
+      const Value value = Substitution(fragment, op.subst, item);
+      const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      if (notNullType)
+      if (!IsNullType(value))
         out += '\'';
       else
         out.resize(start);
+      break;
+    }
+    case OpKind::ElementSubst:
+    {
+      // ElementStart and the ContentSubst after it in one step (see OpKind).
+      const std::uint32_t entry = elementSubsts[op.off];
+      const Value value = Substitution(fragment, entry & 0xffffu, item);
+      if (depth != 0 || open != 0 || item.subst != kNone)
+      {
+        if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
+        {
+          i += op.len;
+          break;
+        }
+        if (value.IsArray())
+        {
+          const Status status = RepeatElement(fragment, i + 1, op.len, entry & 0xffffu, value, out,
+                                              escape, depth);
+          if (status != Status::Ok)
+            return status;
+          i += op.len;
+          break;
+        }
+      }
+      // A copy: a nested fragment compiled while the value renders may move the ops.
+      const detail::Op content = ops[++i];
+      if (content.preLen != 0)
+        out.append(text.data() + content.pre, content.preLen);
+      const Status status = AppendContent(content, value, out, escape, depth);
+      if (status != Status::Ok)
+        return status;
       break;
     }
     case OpKind::ElementStart:
@@ -487,17 +559,9 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       if (arraySubst == kNone)
         break;
-      std::uint32_t pos = 0;
-      Item repeat{arraySubst, {}};
-      while (NextArrayItem(array, pos, repeat.value))
-      {
-        if (budget < op.len)
-          return Status::TooDeep;
-        budget -= op.len;
-        const Status status = RunOps(fragment, i + 1, i + 1 + op.len, out, escape, depth, repeat);
-        if (status != Status::Ok)
-          return status;
-      }
+      const Status status = RepeatElement(fragment, i + 1, op.len, arraySubst, array, out, escape, depth);
+      if (status != Status::Ok)
+        return status;
       i += op.len;
       break;
     }
@@ -650,6 +714,23 @@ bool RecordBelongs(const std::vector<std::uint8_t>& data, const Record& record)
   return record.offset >= kChunkHeaderSize && record.size >= kRecordHeaderSize + 4 &&
          record.offset + std::size_t(record.size) <= data.size();
 }
+
+TextEscape EscapeOf(const RenderOptions& options)
+{
+  return options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml;
+}
+
+// Appends one record's XML; on failure `out` may hold part of it.
+Status RenderRecord(Chunk::Impl& impl, const std::vector<std::uint8_t>& data, const Record& record,
+                    detail::TextBuffer& out, TextEscape escape)
+{
+  if (!RecordBelongs(data, record))
+    return Status::BadData;
+  impl.budget = detail::kRecordBudget;
+  impl.outputLimit = out.size() + detail::kRecordOutputLimit;
+  return impl.RenderFragment(record.offset + kRecordHeaderSize, record.offset + record.size - 4, out,
+                             escape, 0);
+}
 } // namespace
 
 Status Chunk::Decode(const Record& record, EventTree& tree)
@@ -664,21 +745,34 @@ Status Chunk::Decode(const Record& record, EventTree& tree)
 
 Status Chunk::RenderXml(const Record& record, std::string& out, const RenderOptions& options)
 {
-  if (!RecordBelongs(data_, record))
-    return Status::BadData;
   const std::size_t mark = out.size();
-  impl_->budget = detail::kRecordBudget;
-  impl_->outputLimit = mark + detail::kRecordOutputLimit;
   Status status = Status::Ok;
   {
     detail::TextBuffer buffer(out);
-    status = impl_->RenderFragment(record.offset + kRecordHeaderSize,
-                                   record.offset + record.size - 4, buffer,
-                                   options.escapeLineBreaks ? TextEscape::XmlOneLine : TextEscape::Xml, 0);
+    status = RenderRecord(*impl_, data_, record, buffer, EscapeOf(options));
   }
   if (status != Status::Ok)
     out.resize(mark);
   return status;
+}
+
+void Chunk::RenderXmlLines(std::string& out, const RenderOptions& options,
+                           std::vector<std::pair<Record, Status>>& failed)
+{
+  // One buffer for the whole chunk: its room is made once, not again for every record.
+  detail::TextBuffer buffer(out);
+  for (const Record& record : records_)
+  {
+    const std::size_t mark = buffer.size();
+    const Status status = RenderRecord(*impl_, data_, record, buffer, EscapeOf(options));
+    if (status != Status::Ok)
+    {
+      buffer.resize(mark);
+      failed.emplace_back(record, status);
+      continue;
+    }
+    buffer += '\n';
+  }
 }
 
 } // namespace evtx

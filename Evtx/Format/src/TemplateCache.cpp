@@ -47,6 +47,7 @@ Op Shifted(Op op, std::uint32_t text, std::uint32_t substs)
     op.off += text;
     break;
   case OpKind::ElementStart:
+  case OpKind::ElementSubst:
     op.off += substs;
     break;
   default:

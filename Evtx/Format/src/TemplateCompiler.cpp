@@ -668,6 +668,7 @@ private:
         const std::uint32_t last = std::min(end, i + 1 + op.len);
         Fuse(i + 1, last, out);
         out[at].len = static_cast<std::uint32_t>(out.size() - at - 1);
+        MarkElementSubst(out, at);
         i = last - 1;
       }
     }
@@ -677,6 +678,19 @@ private:
       SetPrefix(text, pending);
       out.push_back(text);
     }
+  }
+
+  // An element that is only its one content substitution (no text after it either) renders
+  // in one dispatch: ElementStart becomes ElementSubst.
+  void MarkElementSubst(std::vector<Op>& out, std::size_t at) const
+  {
+    Op& start = out[at];
+    if (start.subst != 1 || start.len != 1)
+      return;
+    const Op& content = out[at + 1];
+    if (content.kind == OpKind::ContentSubst &&
+        content.subst == (impl_.elementSubsts[start.off] & 0xffffu))
+      start.kind = OpKind::ElementSubst;
   }
 
   // Text gathered for the next op's prefix: a piece of impl_.text. Pieces that do not adjoin

@@ -35,11 +35,14 @@
 #include "Evtx/ValueText.h"
 
 #include "Bytes.h"
+#include "HexDigits.h"
 #include "TextBuffer.h"
 
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstring>
+#include <type_traits>
 
 #ifdef __SSE2__
 #  include <emmintrin.h>
@@ -61,7 +64,6 @@ void WriteFileTime(Out& out, std::uint64_t filetime);
 namespace
 {
 constexpr char kHexUpper[] = "0123456789ABCDEF";
-constexpr char kHexLower[] = "0123456789abcdef";
 
 bool ForbiddenInXml(char c)
 {
@@ -77,8 +79,9 @@ void AppendControlPicture(Out& out, char c)
   out.append(picture, sizeof picture);
 }
 
+// Inlined: text with markup in it calls it every few bytes.
 template <class Out>
-void AppendEscapedAscii(Out& out, char c, TextEscape escape)
+[[gnu::always_inline]] inline void AppendEscapedAscii(Out& out, char c, TextEscape escape)
 {
   if (escape == TextEscape::None)
   {
@@ -169,6 +172,15 @@ void AppendCodePoint(Out& out, std::uint32_t cp)
 template <class Out, class T>
 void AppendNumber(Out& out, T value)
 {
+  // Single digits (levels, versions, opcodes) are among the most common numbers of an event.
+  if constexpr (std::is_unsigned_v<T>)
+  {
+    if (value < 10)
+    {
+      out += static_cast<char>('0' + value);
+      return;
+    }
+  }
   char digits[32];
   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   out.append(digits, end);
@@ -177,25 +189,37 @@ void AppendNumber(Out& out, T value)
 template <class Out>
 void AppendHex(Out& out, std::uint64_t value, int minDigits)
 {
-  // Written from the last digit backwards, so the text is in order without a second pass.
+  // All sixteen digits at once, then the leading zeros beyond minDigits are left out.
+  std::uint8_t bigEndian[8];
+  for (int i = 0; i < 8; ++i)
+    bigEndian[i] = static_cast<std::uint8_t>(value >> (56 - 8 * i));
   char text[2 + 16];
-  char* const end = text + sizeof text;
-  char* first = end;
-  do
-  {
-    *--first = kHexLower[value & 0xf];
-    value >>= 4;
-  } while (value != 0 || end - first < minDigits);
-  *--first = 'x';
-  *--first = '0';
-  out.append(first, end);
+  detail::HexDigits8(bigEndian, text + 2, detail::HexCase::Lower);
+  const int significant = (64 - std::countl_zero(value | 1) + 3) / 4;
+  const int digits = significant > minDigits ? significant : minDigits;
+  char* const first = text + 16 - digits;
+  first[0] = '0';
+  first[1] = 'x';
+  out.append(first, text + sizeof text);
 }
+
+// "00" to "99": a date takes its digits two at a time.
+constexpr std::array<char, 200> MakeDigitPairs()
+{
+  std::array<char, 200> pairs{};
+  for (std::size_t v = 0; v < 100; ++v)
+  {
+    pairs[2 * v] = static_cast<char>('0' + v / 10);
+    pairs[2 * v + 1] = static_cast<char>('0' + v % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 
 // Two decimal digits of v (mod 100) at `to`.
 void Put2(char* to, unsigned v)
 {
-  to[0] = static_cast<char>('0' + (v / 10) % 10);
-  to[1] = static_cast<char>('0' + v % 10);
+  std::memcpy(to, kDigitPairs.data() + 2 * std::size_t(v % 100), 2);
 }
 
 // Days since 1970-01-01 to a civil date (proleptic Gregorian).
@@ -245,11 +269,11 @@ void AppendDateTime(Out& out, int year, unsigned month, unsigned day, unsigned h
   text[16] = ':';
   Put2(text + 17, second);
   text[19] = '.';
-  for (int i = 26; i >= 20; --i)
-  {
-    text[i] = static_cast<char>('0' + fraction7 % 10);
-    fraction7 /= 10;
-  }
+  const std::uint32_t rest = fraction7 % 100000;
+  Put2(text + 20, fraction7 / 100000);
+  Put2(text + 22, rest / 1000);
+  Put2(text + 24, rest / 10);
+  text[26] = static_cast<char>('0' + rest % 10);
   text[27] = 'Z';
   out.append(text, sizeof text);
 }
@@ -258,28 +282,23 @@ template <class Out>
 [[gnu::noinline]] void AppendGuid(Out& out, const std::uint8_t* g)
 {
   // {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}: the first three groups are little-endian.
+  const std::uint8_t ordered[16] = {g[3], g[2], g[1], g[0], g[5], g[4], g[7], g[6],
+                                    g[8], g[9], g[10], g[11], g[12], g[13], g[14], g[15]};
+  char hex[32];
+  detail::HexDigits8(ordered, hex, detail::HexCase::Upper);
+  detail::HexDigits8(ordered + 8, hex + 16, detail::HexCase::Upper);
   char text[38];
-  char* to = text;
-  auto hex = [&to](std::uint8_t b) {
-    *to++ = kHexUpper[b >> 4];
-    *to++ = kHexUpper[b & 0xf];
-  };
-  *to++ = '{';
-  for (int i = 3; i >= 0; --i)
-    hex(g[i]);
-  *to++ = '-';
-  hex(g[5]);
-  hex(g[4]);
-  *to++ = '-';
-  hex(g[7]);
-  hex(g[6]);
-  *to++ = '-';
-  hex(g[8]);
-  hex(g[9]);
-  *to++ = '-';
-  for (int i = 10; i < 16; ++i)
-    hex(g[i]);
-  *to++ = '}';
+  text[0] = '{';
+  std::memcpy(text + 1, hex, 8);
+  text[9] = '-';
+  std::memcpy(text + 10, hex + 8, 4);
+  text[14] = '-';
+  std::memcpy(text + 15, hex + 12, 4);
+  text[19] = '-';
+  std::memcpy(text + 20, hex + 16, 4);
+  text[24] = '-';
+  std::memcpy(text + 25, hex + 20, 12);
+  text[37] = '}';
   out.append(text, sizeof text);
 }
 
@@ -295,20 +314,27 @@ std::uint32_t SidSize(const std::uint8_t* p, std::uint32_t size)
 template <class Out>
 [[gnu::noinline]] void AppendSid(Out& out, const std::uint8_t* p, std::uint32_t size)
 {
-  out += "S-";
-  AppendNumber(out, static_cast<unsigned>(p[0]));
-  out += '-';
+  // Each piece ("S-1-5", then "-" with each sub-authority) is put together in a local buffer
+  // and appended in one step.
   std::uint64_t authority = 0;
   for (int i = 2; i < 8; ++i)
     authority = (authority << 8) | p[i];
+  char text[32] = {'S', '-'};
+  char* end = std::to_chars(text + 2, text + sizeof text, static_cast<unsigned>(p[0])).ptr;
+  *end++ = '-';
   if (authority >= (1ull << 32))
+  {
+    out.append(text, end);
     AppendHex(out, authority, 12);
+  }
   else
-    AppendNumber(out, authority);
+  {
+    out.append(text, std::to_chars(end, text + sizeof text, authority).ptr);
+  }
   for (std::uint32_t i = 0; i < p[1] && 8 + 4 * i + 4 <= size; ++i)
   {
-    out += '-';
-    AppendNumber(out, Le32(p + 8 + 4 * std::size_t(i)));
+    text[0] = '-';
+    out.append(text, std::to_chars(text + 1, text + sizeof text, Le32(p + 8 + 4 * std::size_t(i))).ptr);
   }
 }
 
@@ -343,7 +369,10 @@ template <class Out>
   const std::size_t at = out.size();
   out.resize(at + 2 * std::size_t(size));
   char* to = out.data() + at;
-  for (std::uint32_t i = 0; i < size; ++i)
+  std::uint32_t i = 0;
+  for (; i + 8 <= size; i += 8, to += 16)
+    detail::HexDigits8(p + i, to, detail::HexCase::Upper);
+  for (; i < size; ++i)
   {
     *to++ = kHexUpper[p[i] >> 4];
     *to++ = kHexUpper[p[i] & 0xf];
@@ -357,9 +386,10 @@ template <__m128i (*Equal)(__m128i, __m128i), __m128i (*Less)(__m128i, __m128i),
 __m128i EscapedLanes(__m128i v)
 {
   const __m128i control = _mm_andnot_si128(Equal(v, Splat('\t')), Less(v, Splat(0x20)));
+  // & and ' are 0x26 and 0x27, < and > 0x3c and 0x3e: one comparison for each pair.
   const __m128i markup =
-    _mm_or_si128(_mm_or_si128(Equal(v, Splat('&')), Equal(v, Splat('<'))),
-                 _mm_or_si128(Equal(v, Splat('>')), _mm_or_si128(Equal(v, Splat('"')), Equal(v, Splat('\'')))));
+    _mm_or_si128(_mm_or_si128(Equal(_mm_or_si128(v, Splat(1)), Splat('\'')), Equal(v, Splat('"'))),
+                 Equal(_mm_or_si128(v, Splat(2)), Splat('>')));
   return _mm_or_si128(control, markup);
 }
 inline __m128i Equal8(__m128i a, __m128i b) { return _mm_cmpeq_epi8(a, b); }
@@ -370,27 +400,34 @@ inline __m128i Less16(__m128i a, __m128i b) { return _mm_cmplt_epi16(a, b); }
 inline __m128i Splat16(short c) { return _mm_set1_epi16(c); }
 #endif
 
+#ifdef __SSE2__
+// One bit per byte of the sixteen at p that Latin-1 text rewrites under `escape`: bytes of
+// 0x80 and up (their top bit, which movemask takes as it is), and what escaping rewrites.
+unsigned RewrittenBytes16(const std::uint8_t* p, TextEscape escape)
+{
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const __m128i stop = escape == TextEscape::None ? v : _mm_or_si128(v, EscapedLanes<Equal8, Less8, Splat8>(v));
+  return static_cast<unsigned>(_mm_movemask_epi8(stop));
+}
+#endif
+
 // The number of leading bytes of Latin-1 text that are ASCII and copied as they are under
-// `escape`; sixteen at a time with SSE2.
+// `escape`.
 std::uint32_t PlainAsciiBytes(const std::uint8_t* p, std::uint32_t size, TextEscape escape)
 {
   std::uint32_t run = 0;
-#ifdef __SSE2__
-  for (; run + 16 <= size; run += 16)
-  {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + run));
-    // Bytes of 0x80 and up have their top bit set: movemask takes them as they are.
-    __m128i stop = v;
-    if (escape != TextEscape::None)
-      stop = _mm_or_si128(stop, EscapedLanes<Equal8, Less8, Splat8>(v));
-    const int mask = _mm_movemask_epi8(stop);
-    if (mask != 0)
-      return run + static_cast<std::uint32_t>(__builtin_ctz(static_cast<unsigned>(mask)));
-  }
-#endif
   while (run < size && p[run] < 0x80 && (escape == TextEscape::None || kPlainAscii[p[run]]))
     ++run;
   return run;
+}
+
+template <class Out>
+void AppendLatin1Byte(Out& out, std::uint8_t byte, TextEscape escape)
+{
+  if (byte < 0x80)
+    AppendEscapedAscii(out, static_cast<char>(byte), escape);
+  else
+    AppendCodePoint(out, byte);
 }
 
 template <class Out>
@@ -399,32 +436,38 @@ template <class Out>
 {
   while (size > 0 && p[size - 1] == 0)
     --size;
-  for (std::uint32_t i = 0; i < size;)
+  std::uint32_t i = 0;
+#ifdef __SSE2__
+  // Sixteen bytes at a time: each rewritten byte of a block is found in the block's mask (text
+  // with markup in it has one every few bytes), and the plain bytes before it go out in one
+  // piece, however many blocks they span.
+  std::uint32_t plain = 0;
+  for (; i + 16 <= size; i += 16)
   {
-    // Runs that need no escaping are copied in one step.
-    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
-    if (run > i)
+    for (unsigned mask = RewrittenBytes16(p + i, escape); mask != 0; mask &= mask - 1)
     {
-      out.append(reinterpret_cast<const char*>(p + i), run - i);
-      i = run;
-      continue;
+      const std::uint32_t at = i + static_cast<std::uint32_t>(std::countr_zero(mask));
+      out.append(reinterpret_cast<const char*>(p + plain), at - plain);
+      AppendLatin1Byte(out, p[at], escape);
+      plain = at + 1;
     }
-    // Bytes that are rewritten often come in runs (text that holds binary data): take them
-    // one by one until the next plain byte rather than searching afresh after each.
-    do
-    {
-      if (p[i] < 0x80)
-        AppendEscapedAscii(out, static_cast<char>(p[i]), escape);
-      else
-        AppendCodePoint(out, p[i]);
-      ++i;
-    } while (i < size && (p[i] >= 0x80 || (escape != TextEscape::None && !kPlainAscii[p[i]])));
+  }
+  out.append(reinterpret_cast<const char*>(p + plain), i - plain);
+#endif
+  while (i < size)
+  {
+    const std::uint32_t run = i + PlainAsciiBytes(p + i, size - i, escape);
+    out.append(reinterpret_cast<const char*>(p + i), run - i);
+    if (run < size)
+      AppendLatin1Byte(out, p[run], escape);
+    i = run + 1;
   }
 }
 
 // The helpers that stay out of line above keep this dispatch free of their register saves.
+// Inlined into its two callers, so that a value takes one call from the renderer, not two.
 template <class Out>
-void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
+[[gnu::always_inline]] inline void AppendScalar(Out& out, ValueType type, const std::uint8_t* p, std::uint32_t size,
                   TextEscape escape)
 {
   switch (type)
@@ -572,26 +615,64 @@ namespace
 {
 // Narrows the leading units of the UTF-16 text that are ASCII and copied as they are under
 // `escape` into `to` (room for `units` bytes), in the same pass that finds them; returns how
-// many. With SSE2 (every x86-64), eight units at a time: each block is stored whole, and the
-// bytes past the run are left for the caller to overwrite.
-std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units, TextEscape escape,
-                             char* to)
+// many. With SSE2 (every x86-64), sixteen units at a time when escaping, then eight (four in
+// text of four to seven), the last block ending with the text; each block is stored whole, and
+// the bytes past the run are left for the caller to overwrite.
+// Inlined into WriteUtf16: most texts are short, so a call is a large part of their cost.
+[[gnu::always_inline]] inline std::size_t NarrowPlainAscii(const std::uint8_t* utf16, std::size_t units,
+                                                           TextEscape escape, char* to)
 {
   std::size_t run = 0;
 #ifdef __SSE2__
-  const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xff80));
-  const __m128i zero = _mm_setzero_si128();
-  for (; run + 8 <= units; run += 8)
+  if (escape != TextEscape::None)
   {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(utf16 + 2 * run));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(to + run), _mm_packus_epi16(v, v));
-    // All ones in the units that stop the run.
-    __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero), _mm_set1_epi16(-1));
-    if (escape != TextEscape::None)
-      stop = _mm_or_si128(stop, EscapedLanes<Equal16, Less16, Splat16>(v));
-    const int mask = _mm_movemask_epi8(stop);
-    if (mask != 0)
-      return run + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask))) / 2;
+    // Sixteen units at a time, narrowed first: a unit above 0xff saturates to 0xff, one of
+    // 0x8000 and up to 0, and both read as controls (bytes of 0x80 and up are negative to the
+    // signed test), so one test of the sixteen bytes finds every unit that stops the run.
+    for (; run + 16 <= units; run += 16)
+    {
+      const auto* from = reinterpret_cast<const __m128i*>(utf16 + 2 * run);
+      const __m128i narrow = _mm_packus_epi16(_mm_loadu_si128(from), _mm_loadu_si128(from + 1));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + run), narrow);
+      const auto mask = static_cast<unsigned>(_mm_movemask_epi8(EscapedLanes<Equal8, Less8, Splat8>(narrow)));
+      if (mask != 0)
+        return run + static_cast<std::size_t>(std::countr_zero(mask));
+    }
+  }
+  const std::size_t width = units >= 8 ? 8 : 4;
+  // Narrows units [at, at + width) into `to` and returns two bits per unit that stops the run.
+  const auto block = [&](std::size_t at) {
+    const auto* from = reinterpret_cast<const __m128i*>(utf16 + 2 * at);
+    const __m128i v = width == 8 ? _mm_loadu_si128(from) : _mm_loadl_epi64(from);
+    const __m128i narrow = _mm_packus_epi16(v, v);
+    if (width == 8)
+    {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(to + at), narrow);
+    }
+    else
+    {
+      const int four = _mm_cvtsi128_si32(narrow);
+      std::memcpy(to + at, &four, 4);
+    }
+    const __m128i nonAscii = _mm_andnot_si128(
+      _mm_cmpeq_epi16(_mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xff80))), _mm_setzero_si128()),
+      _mm_set1_epi16(-1));
+    const __m128i stop =
+      escape == TextEscape::None ? nonAscii : _mm_or_si128(nonAscii, EscapedLanes<Equal16, Less16, Splat16>(v));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(stop));
+    return width == 8 ? mask : mask & 0xffu;
+  };
+  if (units >= width)
+  {
+    for (; run + width <= units; run += width)
+      if (const unsigned mask = block(run); mask != 0)
+        return run + static_cast<std::size_t>(std::countr_zero(mask)) / 2;
+    if (run == units)
+      return run;
+    // The last block ends with the text; its units before `run` were found plain already.
+    const std::size_t at = units - width;
+    const unsigned mask = block(at);
+    return mask != 0 ? at + static_cast<std::size_t>(std::countr_zero(mask)) / 2 : units;
   }
 #endif
   for (std::uint32_t c = 0; run < units && (c = Le16(utf16 + 2 * run)) < 0x80 &&

@@ -240,6 +240,14 @@ public:
       ++failures;
     };
     const bool needTree = options_.jsonl || !options_.query.empty();
+    if (!needTree)
+    {
+      failed_.clear();
+      chunk->RenderXmlLines(out, render_, failed_);
+      for (const auto& [record, status] : failed_)
+        fail(record, status);
+      return failures;
+    }
     for (const evtx::Record& record : chunk->Records())
     {
       if (needTree)
@@ -283,6 +291,7 @@ private:
   evtx::File file_;
   evtx::EventTree tree_;
   evtx::RenderOptions render_;
+  std::vector<std::pair<evtx::Record, evtx::Status>> failed_;
 #ifdef NATC_HAVE_EVTX_QUERY
   std::optional<evtx::query::Query> query_;
   const evtx::query::EvalContext context_{evtx::query::CurrentFileTime()};

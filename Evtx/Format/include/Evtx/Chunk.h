@@ -10,8 +10,10 @@
 
 #include "Evtx/Types.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace evtx
@@ -54,7 +56,8 @@ public:
   // False when the header CRC32 does not match (the header may be stale or damaged).
   bool HeaderChecksumOk() const noexcept { return headerChecksumOk_; }
   // False when the CRC32 of the record area differs from the header's (records are still read).
-  bool RecordsChecksumOk() const noexcept { return recordsChecksumOk_; }
+  // Computed at the first call after a load: reading the records does not need it.
+  bool RecordsChecksumOk() const noexcept;
   // True when a record failed its checks and the walk stopped before freeSpaceOffset.
   bool RecordsTruncated() const noexcept { return recordsTruncated_; }
   // The records that passed their checks, in chunk order.
@@ -65,6 +68,10 @@ public:
   Status Decode(const Record& record, EventTree& tree);
   // Appends the record's event XML, as Windows renders it, in UTF-8.
   Status RenderXml(const Record& record, std::string& out, const RenderOptions& options = {});
+  // Appends every record's XML followed by '\n', as RenderXml one record after another would;
+  // a record that fails adds nothing and is listed in `failed`, in chunk order.
+  void RenderXmlLines(std::string& out, const RenderOptions& options,
+                      std::vector<std::pair<Record, Status>>& failed);
 
   struct Impl;
 
@@ -76,7 +83,11 @@ private:
   ChunkHeader header_;
   std::uint32_t index_ = 0;
   bool headerChecksumOk_ = false;
-  bool recordsChecksumOk_ = false;
+  // End of the record area the header's CRC32 covers; 0 when its free-space offset makes no sense.
+  std::uint32_t recordsEnd_ = 0;
+  // RecordsChecksumOk once computed (0 until then, 1 bad, 2 good); atomic, as threads that share
+  // a loaded chunk for reading may ask at once.
+  mutable std::atomic<std::uint8_t> recordsChecksum_{0};
   bool recordsTruncated_ = false;
   std::vector<Record> records_;
   std::unique_ptr<Impl> impl_;

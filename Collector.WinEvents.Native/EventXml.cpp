@@ -84,14 +84,15 @@ bool IsText(const pugi::xml_node& node) noexcept
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
-// All the text below a node, in document order (the DOM's "text" of an element).
+// All the text below a node, in document order (the DOM's "text" of an element). The document
+// is parsed with parse_embed_pcdata: an element's first text, when it comes before any child, is
+// the element's own value rather than a child node.
 void AppendText(const pugi::xml_node& node, tstring& out)
 {
+  if (const char* value = node.value(); *value != '\0')
+    AppendUtf8(out, value);
   if (IsText(node))
-  {
-    AppendUtf8(out, node.value());
     return;
-  }
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
     AppendText(child, out);
 }
@@ -373,7 +374,10 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   // A data value of white space only is a value: keep lone white-space text. Attribute values
   // are not white-space normalised: the attributes read here (names, times, numbers, SIDs)
   // hold none, and the parse is cheaper without.
-  unsigned options = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single;
+  // An element's leading text is kept as its value (parse_embed_pcdata): one node fewer for
+  // every element holding a value, and AppendText reads it first, where it stands.
+  unsigned options =
+    pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
   // Line ends are normalised and references expanded only in a text that has them: without a
   // carriage return or an ampersand both passes leave the document as it is, and cost time.
   if (std::memchr(m_utf8.data(), '\r', length) != nullptr)
@@ -399,10 +403,8 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
     text.Data.reserve(m_lastDataCount);
   // Strings already in the list, or left over from a longer list, are written over in place.
   std::size_t count = 0;
-  for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
+  const auto nextItem = [&]() -> tstring&
   {
-    if (child.type() != pugi::node_element && !IsText(child))
-      continue;
     if (count == text.Data.size())
     {
       if (m_spareData.empty())
@@ -415,7 +417,16 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
     }
     tstring& item = text.Data[count++];
     item.clear();
-    AppendText(child, item);
+    return item;
+  };
+  // Text before EventData's first child is the element's own value (parse_embed_pcdata): the
+  // first item, as its text node would have been.
+  if (const char* leading = found.EventData.value(); *leading != '\0')
+    AppendUtf8(nextItem(), leading);
+  for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
+  {
+    if (child.type() == pugi::node_element || IsText(child))
+      AppendText(child, nextItem());
   }
   while (text.Data.size() > count)
   {

@@ -367,10 +367,12 @@ void WideToUtf8(std::wstring_view wide, std::string& out)
 
 void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
 {
-  // The rendered text may carry its terminating zero; the document ends before it.
-  if (const auto zero = xml.find(L'\0'); zero != std::wstring_view::npos)
-    xml = xml.substr(0, zero);
-  const std::size_t length = WideToUtf8(xml, m_utf8);
+  std::size_t length = WideToUtf8(xml, m_utf8);
+  // The rendered text may carry its terminating zero; the document ends before it. Only a zero
+  // character becomes a zero byte, and the UTF-8 form (a byte per ASCII character) is quicker to
+  // search than the wide one.
+  if (const void* zero = std::memchr(m_utf8.data(), '\0', length); zero != nullptr)
+    length = static_cast<std::size_t>(static_cast<const char*>(zero) - m_utf8.data());
   // A data value of white space only is a value: keep lone white-space text. Attribute values
   // are not white-space normalised: the attributes read here (names, times, numbers, SIDs)
   // hold none, and the parse is cheaper without.

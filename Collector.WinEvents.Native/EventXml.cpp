@@ -239,11 +239,10 @@ void AppendUtf8(tstring& out, std::string_view utf8)
       target += 8;
       p += 8;
     }
-    if (p < end && *p < 0x80)
-    {
+    // The ASCII before the next other byte (within the block that stopped the runs above), or up
+    // to the end of a short text, in one loop.
+    while (p < end && *p < 0x80)
       *target++ = static_cast<wchar_t>(*p++);
-      continue;
-    }
     if (p == end)
       break;
     const unsigned char lead = *p;

@@ -335,14 +335,13 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
       out += 16;
       i += 16;
     }
+    // The ASCII before the next other character (within the block that stopped the runs above),
+    // or up to the end of a short text, in one loop.
+    while (i < size && static_cast<char32_t>(wide[i]) < 0x80)
+      *out++ = static_cast<char>(wide[i++]);
     if (i >= size)
       break;
     auto c = static_cast<char32_t>(wide[i]);
-    if (c < 0x80)
-    {
-      *out++ = static_cast<char>(c);
-      continue;
-    }
     if constexpr (sizeof(wchar_t) == 2)
     {
       if (c >= 0xD800 && c <= 0xDBFF && i + 1 < size && wide[i + 1] >= 0xDC00 && wide[i + 1] <= 0xDFFF)

@@ -28,6 +28,23 @@ CHResultException FailureWithoutCode(const wchar_t* call)
 
 constexpr HRESULT cancelledHResult = HRESULT_FROM_WIN32(ERROR_CANCELLED);
 
+// True when the fields are the eight createRecord adds, in its order: a record that came back
+// as it was made (no holder sorted, detached or extended its fields).
+bool HasEventFields(const std::vector<CField>& fields, const SEventFieldNames& names)
+{
+  const std::array<const std::shared_ptr<tstring>*, 8> order = {
+    &names.SourceName, &names.Description, &names.CreatedTime, &names.InitiatedBy,
+    &names.EventType,  &names.Data,        &names.EventCode,   &names.InternalId};
+  if (fields.size() != order.size())
+    return false;
+  for (std::size_t k = 0; k < order.size(); ++k)
+  {
+    if (fields[k].GetSharedName() != *order[k])
+      return false;
+  }
+  return true;
+}
+
 // Closes a handle of the Event Log API through the collection's table.
 class CEventHandle
 {
@@ -603,7 +620,6 @@ void CEventCollection::reclaimTexts(CRecordOnVector& record)
     else if (name == names.Data && value.index() == 4)
       m_xmlText.Data.swap(std::get<4>(value));
   }
-  record.MutableFields().clear();
 }
 
 std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,
@@ -631,6 +647,22 @@ std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE sessi
   key.SetClass(GetClass());
   key.ClearFields();
   key.AddField(std::make_shared<CField>(names.InternalId, values.InternalId));
+  std::vector<CField>& fields = record->MutableFields();
+  if (HasEventFields(fields, names))
+  {
+    // Only the values are written: the fields and their shared names stay, which spares
+    // destroying and making eight fields (and their names' reference counts) per event.
+    fields[0].GetValue() = std::move(values.SourceName);
+    fields[1].GetValue() = std::move(description);
+    fields[2].GetValue() = values.CreatedTime;
+    fields[3].GetValue() = std::move(m_initiatedBy);
+    fields[4].GetValue() = static_cast<__int64>(values.EventType);
+    fields[5].GetValue() = std::move(values.Data);
+    fields[6].GetValue() = static_cast<__int64>(values.EventCode);
+    fields[7].GetValue() = values.InternalId;
+    return CRecordRecycler::Share(m_records, std::move(record));
+  }
+  fields.clear();
   record->Reserve(8);
   record->AddField(names.SourceName, std::move(values.SourceName));
   record->AddField(names.Description, std::move(description));

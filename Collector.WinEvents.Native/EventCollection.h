@@ -110,7 +110,7 @@ private:
   bool lowestRecordFrom(EVT_HANDLE session, const tstring& path, __int64 recordId, __int64& lowest);
   // The event's XML in the render buffer; throws when it cannot be rendered.
   std::wstring_view renderXml(EVT_HANDLE event);
-  // Moves the texts of a record that came back into the reading buffers and empties its fields.
+  // Moves the texts of a record that came back into the reading buffers (its fields stay).
   void reclaimTexts(CRecordOnVector& record);
 
   SEventLogApi m_api;

@@ -84,14 +84,15 @@ bool IsText(const pugi::xml_node& node) noexcept
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
-// All the text below a node, in document order (the DOM's "text" of an element).
+// All the text below a node, in document order (the DOM's "text" of an element). The document
+// is parsed with parse_embed_pcdata: an element's first text, when it comes before any child, is
+// the element's own value rather than a child node.
 void AppendText(const pugi::xml_node& node, tstring& out)
 {
+  if (const char* value = node.value(); *value != '\0')
+    AppendUtf8(out, value);
   if (IsText(node))
-  {
-    AppendUtf8(out, node.value());
     return;
-  }
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
     AppendText(child, out);
 }
@@ -238,11 +239,10 @@ void AppendUtf8(tstring& out, std::string_view utf8)
       target += 8;
       p += 8;
     }
-    if (p < end && *p < 0x80)
-    {
+    // The ASCII before the next other byte (within the block that stopped the runs above), or up
+    // to the end of a short text, in one loop.
+    while (p < end && *p < 0x80)
       *target++ = static_cast<wchar_t>(*p++);
-      continue;
-    }
     if (p == end)
       break;
     const unsigned char lead = *p;
@@ -335,14 +335,13 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
       out += 16;
       i += 16;
     }
+    // The ASCII before the next other character (within the block that stopped the runs above),
+    // or up to the end of a short text, in one loop.
+    while (i < size && static_cast<char32_t>(wide[i]) < 0x80)
+      *out++ = static_cast<char>(wide[i++]);
     if (i >= size)
       break;
     auto c = static_cast<char32_t>(wide[i]);
-    if (c < 0x80)
-    {
-      *out++ = static_cast<char>(c);
-      continue;
-    }
     if constexpr (sizeof(wchar_t) == 2)
     {
       if (c >= 0xD800 && c <= 0xDBFF && i + 1 < size && wide[i + 1] >= 0xDC00 && wide[i + 1] <= 0xDFFF)
@@ -366,14 +365,19 @@ void WideToUtf8(std::wstring_view wide, std::string& out)
 
 void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
 {
-  // The rendered text may carry its terminating zero; the document ends before it.
-  if (const auto zero = xml.find(L'\0'); zero != std::wstring_view::npos)
-    xml = xml.substr(0, zero);
-  const std::size_t length = WideToUtf8(xml, m_utf8);
+  std::size_t length = WideToUtf8(xml, m_utf8);
+  // The rendered text may carry its terminating zero; the document ends before it. Only a zero
+  // character becomes a zero byte, and the UTF-8 form (a byte per ASCII character) is quicker to
+  // search than the wide one.
+  if (const void* zero = std::memchr(m_utf8.data(), '\0', length); zero != nullptr)
+    length = static_cast<std::size_t>(static_cast<const char*>(zero) - m_utf8.data());
   // A data value of white space only is a value: keep lone white-space text. Attribute values
   // are not white-space normalised: the attributes read here (names, times, numbers, SIDs)
   // hold none, and the parse is cheaper without.
-  unsigned options = pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single;
+  // An element's leading text is kept as its value (parse_embed_pcdata): one node fewer for
+  // every element holding a value, and AppendText reads it first, where it stands.
+  unsigned options =
+    pugi::parse_minimal | pugi::parse_cdata | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
   // Line ends are normalised and references expanded only in a text that has them: without a
   // carriage return or an ampersand both passes leave the document as it is, and cost time.
   if (std::memchr(m_utf8.data(), '\r', length) != nullptr)
@@ -399,10 +403,8 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
     text.Data.reserve(m_lastDataCount);
   // Strings already in the list, or left over from a longer list, are written over in place.
   std::size_t count = 0;
-  for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
+  const auto nextItem = [&]() -> tstring&
   {
-    if (child.type() != pugi::node_element && !IsText(child))
-      continue;
     if (count == text.Data.size())
     {
       if (m_spareData.empty())
@@ -415,7 +417,16 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
     }
     tstring& item = text.Data[count++];
     item.clear();
-    AppendText(child, item);
+    return item;
+  };
+  // Text before EventData's first child is the element's own value (parse_embed_pcdata): the
+  // first item, as its text node would have been.
+  if (const char* leading = found.EventData.value(); *leading != '\0')
+    AppendUtf8(nextItem(), leading);
+  for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
+  {
+    if (child.type() == pugi::node_element || IsText(child))
+      AppendText(child, nextItem());
   }
   while (text.Data.size() > count)
   {

@@ -1,7 +1,7 @@
 // Records lent to subscribers and filled again once they let go: what every subscriber sees is
 // the event's own record, whatever an earlier subscriber did with the record before it let go
-// (looked fields up, which sorts them; detached them; changed values), and a record a subscriber
-// keeps is never written to again.
+// (looked fields up, which sorts them; detached them; changed values; added a field), and a
+// record a subscriber keeps is never written to again.
 #include "EventTestSupport.h"
 
 #include "Collector.Interfaces.Impl.h"
@@ -71,6 +71,7 @@ enum class EUse
   LookUp,
   Detach,
   Change,
+  Extend,
 };
 
 // Takes a snapshot of each record, then uses it as told and lets it go.
@@ -100,6 +101,9 @@ public:
         record->GetField(L"Data")->GetValue() = FieldValue(tstring(L"changed"));
         record->GetField(L"InitiatedBy")->GetValue() = FieldValue(std::vector<tstring>{L"x", L"y"});
         dynamic_cast<CRecordOnVector&>(*record).SetType(9);
+        break;
+      case EUse::Extend:
+        dynamic_cast<CRecordOnVector&>(*record).AddField(std::make_shared<tstring>(L"Extra"), 1);
         break;
       }
     }
@@ -159,7 +163,7 @@ TEST_F(EventRecordReuse, EachRecordIsTheEventsOwnWhateverTheLastHolderDidWithIts
   WriteEvents();
   const std::vector<std::wstring> expected = Expected();
   ASSERT_EQ(expected.size(), 12u);
-  for (const EUse use : {EUse::Read, EUse::LookUp, EUse::Detach, EUse::Change})
+  for (const EUse use : {EUse::Read, EUse::LookUp, EUse::Detach, EUse::Change, EUse::Extend})
     EXPECT_EQ(SeenBy(use), expected) << "use " << static_cast<int>(use);
 }
 

@@ -107,6 +107,14 @@ TEST(EventXml, TextsAreDecodedAndConcatenated)
                                                   L"\x00E9\x4E2D\U0001F600"}));
 }
 
+TEST(EventXml, TextBetweenDataElementsIsAnItemInItsPlace)
+{
+  // The leading text, before the first child, is stored on the element itself by the parse.
+  EXPECT_EQ(Read(L"<Event><EventData>lead<Data>a</Data>mid<Data>b<x/>c</Data></EventData></Event>").Data,
+            (std::vector<std::wstring>{L"lead", L"a", L"mid", L"bc"}));
+  EXPECT_EQ(Read(L"<Event><EventData> </EventData></Event>").Data, std::vector<std::wstring>{L" "});
+}
+
 TEST(EventXml, LineEndsAreNormalisedOnlyWhereTheTextHasThem)
 {
   EXPECT_EQ(Read(L"<Event><EventData><Data>a\r\nb\rc</Data><Data>d\ne</Data></EventData></Event>").Data,

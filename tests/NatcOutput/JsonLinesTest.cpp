@@ -136,6 +136,33 @@ TEST(JsonLines, BrokenWideCharactersBecomeReplacementCharacters)
   EXPECT_EQ(std::string(buffer.data(), natc::QuoteJsonString(L"", buffer)), "\"\"");
 }
 
+TEST(JsonLines, QuotingMatchesInShortTexts)
+{
+  // Texts shorter than a block and the short rests of longer ones, with a character that needs
+  // work at every position; each quoted into a buffer of exactly the announced size.
+  const std::wstring specials[] = {L"\"",         L"\n", L"\u00E9", L"\x7F", L"\u0100", L"\u4E2D", L"\U0001F600",
+                                   std::wstring(1, static_cast<wchar_t>(0xD800))};
+  const std::string quoted[] = {"\\\"",       "\\n", "\xC3\xA9", "\x7F", "\xC4\x80", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80",
+                                "\xEF\xBF\xBD"};
+  for (std::size_t kind = 0; kind < std::size(specials); ++kind)
+  {
+    for (std::size_t length = 1; length < 40; ++length)
+    {
+      for (std::size_t at = 0; at < length; ++at)
+      {
+        const std::wstring text = std::wstring(at, L'a') + specials[kind] + std::wstring(length - at - 1, L'b');
+        const std::string expected =
+          "\"" + std::string(at, 'a') + quoted[kind] + std::string(length - at - 1, 'b') + "\"";
+        std::vector<char> buffer(natc::QuotedJsonSize(text.size()));
+        ASSERT_EQ(std::string(buffer.data(), natc::QuoteJsonString(text, buffer.data())), expected)
+          << kind << " " << length << " " << at;
+      }
+    }
+  }
+  std::vector<char> buffer(natc::QuotedJsonSize(1));
+  EXPECT_EQ(std::string(buffer.data(), natc::QuoteJsonString(L"x", buffer.data())), "\"x\"");
+}
+
 TEST(JsonLines, QuotingMatchesAtEveryBlockPosition)
 {
   // Texts longer than a block, with a character that needs work at every position.

@@ -1,5 +1,6 @@
 #include "output/JsonString.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 
@@ -58,6 +59,27 @@ char* PutEscape(char* out, char32_t c) noexcept
   }
   return out;
 }
+
+#if defined(__SSE2__)
+// Stores sixteen four-byte characters as bytes at out and returns how many of them, from the
+// first, need no escaping or encoding (only those are kept). The saturating packs keep every
+// character outside ASCII outside it (at or above 0x80, or 0 for a negative unit), so one test
+// on the bytes finds them with the control characters.
+inline std::size_t StorePlainBlock(const wchar_t* from, char* out) noexcept
+{
+  const auto* blocks = reinterpret_cast<const __m128i*>(from);
+  const __m128i bytes =
+    _mm_packus_epi16(_mm_packs_epi32(_mm_loadu_si128(blocks), _mm_loadu_si128(blocks + 1)),
+                     _mm_packs_epi32(_mm_loadu_si128(blocks + 2), _mm_loadu_si128(blocks + 3)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), bytes);
+  // Signed: bytes from 0x80 up are below 0x20 too.
+  const __m128i outside = _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20));
+  const __m128i quote =
+    _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+  const auto bad = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(outside, quote)));
+  return bad == 0 ? 16 : static_cast<std::size_t>(__builtin_ctz(bad));
+}
+#endif
 } // namespace
 
 std::size_t QuoteJsonString(std::wstring_view text, std::vector<char>& buffer)
@@ -73,6 +95,9 @@ std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
   char* out = start;
   *out++ = '"';
   const std::size_t size = text.size();
+#if defined(__SSE2__)
+  bool shortRestDone = false;
+#endif
   for (std::size_t i = 0; i < size; ++i)
   {
 #if defined(__SSE2__)
@@ -82,28 +107,23 @@ std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
       // plain ASCII.
       while (i + 16 <= size)
       {
-        const auto* from = reinterpret_cast<const __m128i*>(text.data() + i);
-        __m128i parts[4];
-        std::uint64_t bad = 0;
-        for (int k = 0; k < 4; ++k)
-        {
-          const __m128i v = _mm_loadu_si128(from + k);
-          parts[k] = v;
-          const __m128i outside = _mm_or_si128(_mm_cmplt_epi32(v, _mm_set1_epi32(0x20)),
-                                               _mm_cmpgt_epi32(v, _mm_set1_epi32(0x7F)));
-          const __m128i quote = _mm_or_si128(_mm_cmpeq_epi32(v, _mm_set1_epi32('"')),
-                                             _mm_cmpeq_epi32(v, _mm_set1_epi32('\\')));
-          bad |= static_cast<std::uint64_t>(_mm_movemask_epi8(_mm_or_si128(outside, quote))) << (16 * k);
-        }
-        // All sixteen are stored (the buffer has room); only those before the first that needs
-        // work are kept.
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(_mm_packs_epi32(parts[0], parts[1]),
-                                                                             _mm_packs_epi32(parts[2], parts[3])));
-        const std::size_t plain = bad == 0 ? 16 : static_cast<std::size_t>(__builtin_ctzll(bad)) / 4;
+        const std::size_t plain = StorePlainBlock(text.data() + i, out);
         out += plain;
         i += plain;
         if (plain < 16)
           break;
+      }
+      // Most texts are shorter than sixteen: a short rest is checked as one block too, padded
+      // with plain characters. Once per text, as a rest that needs work everywhere gains nothing.
+      if (!shortRestDone && i < size && size - i < 16)
+      {
+        shortRestDone = true;
+        wchar_t padded[16];
+        std::fill_n(padded, 16, L' ');
+        std::copy(text.data() + i, text.data() + size, padded);
+        const std::size_t plain = std::min(StorePlainBlock(padded, out), size - i);
+        out += plain;
+        i += plain;
       }
       if (i >= size)
         break;

@@ -4,6 +4,7 @@
 // test reads natc's output as it comes and kills after a random number of records; it prints
 // the events repeated after each kill.
 #include "Evtx/Writer.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -119,20 +120,12 @@ class NatcCrash : public testing::Test
 protected:
   void SetUp() override
   {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-crash-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    m_directory = pattern;
     std::filesystem::create_directory(m_directory / "logs");
     for (std::size_t c = 0; c < channels.size(); ++c)
     {
       std::string error;
       ASSERT_TRUE(m_writers[c].Create((m_directory / "logs" / (channels[c] + ".evtx")).string(), &error)) << error;
     }
-  }
-  void TearDown() override
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
   }
 
   // Appends events to the channels in turn; each event's data is its index, unique over both.
@@ -164,7 +157,9 @@ protected:
 
   std::size_t Unseen() const { return m_channelOf.size() - m_seen.size(); }
 
-  std::filesystem::path m_directory;
+  // Declared first: the path below is taken from it.
+  const TempDirectory m_temp{"natc-crash"};
+  const std::filesystem::path m_directory = m_temp.Path();
   std::array<evtx::Writer, 2> m_writers;
   std::vector<std::size_t> m_channelOf; // the channel of each index - 1
   std::map<int, int> m_seen;            // deliveries per index

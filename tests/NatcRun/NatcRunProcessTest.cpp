@@ -2,6 +2,8 @@
 // names the file and the line; with --duration it stops by itself; SIGTERM and SIGINT stop it
 // cleanly (exit 0, every collection Stopped), also one that comes while natc is still reading
 // its configuration.
+#include "TestSupport/TempDirectory.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -227,20 +229,11 @@ void ExpectAllStopped(const std::string& output, bool someStates = true)
 class NatcRunProcessTest : public ::testing::Test
 {
 protected:
-  void SetUp() override
-  {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-run-process-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    m_directory = pattern;
-  }
-  void TearDown() override
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
-  }
   std::string Cache() const { return (m_directory / "cache").string(); }
 
-  std::filesystem::path m_directory;
+  // Declared first: the path below is taken from it.
+  const TempDirectory m_temp{"natc-run-process"};
+  const std::filesystem::path m_directory = m_temp.Path();
 };
 
 TEST_F(NatcRunProcessTest, MalformedConfigurationExitsTwoNamingFileAndLine)

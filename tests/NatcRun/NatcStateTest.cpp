@@ -4,6 +4,7 @@
 #include "Evtx/Writer.h"
 #include "TestSupport/CommandOutput.h"
 #include "TestSupport/Samples.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -25,9 +26,6 @@ class NatcState : public testing::Test
 protected:
   void SetUp() override
   {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-state-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    m_directory = pattern;
     std::filesystem::create_directory(Logs());
     std::filesystem::copy_file(EvtxSamplesDirectory() / sampleName, Logs() / sampleName);
     std::filesystem::permissions(Logs() / sampleName, std::filesystem::perms::owner_write,
@@ -35,11 +33,6 @@ protected:
     std::ofstream(Config()) << R"({"hosts":[{"id":"h","name":")" << Logs().string() << R"("}],
       "tasks":[{"name":"logs","host":"h","collections":[{"type":"WindowsEvents","period":1,"filters":[
         {"path":"microsoft-windows-helloforbusiness/operational"},{"path":"Natc-Test"}]}]}]})";
-  }
-  void TearDown() override
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
   }
 
   std::filesystem::path Logs() const { return m_directory / "logs"; }
@@ -77,7 +70,9 @@ protected:
     }
   }
 
-  std::filesystem::path m_directory;
+  // Declared first: the path below is taken from it.
+  const TempDirectory m_temp{"natc-state"};
+  const std::filesystem::path m_directory = m_temp.Path();
 };
 
 TEST_F(NatcState, TwoRunsDeliverEachEventOnceInAll)

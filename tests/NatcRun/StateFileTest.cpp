@@ -1,6 +1,7 @@
 // The state file's text: bookmarks come back as they were written; damaged or foreign text is
 // refused naming the file; a missing file is a fresh start; a save replaces the file whole.
 #include "run/StateFile.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -68,9 +69,8 @@ TEST(StateFile, DamagedOrForeignTextIsRefused)
 
 TEST(StateFile, AMissingFileIsAFreshStartAndASaveReplacesTheFile)
 {
-  const auto directory = std::filesystem::temp_directory_path() / ("natc-state-file-" + std::to_string(getpid()));
-  std::filesystem::create_directories(directory);
-  const std::string path = (directory / "state.json").string();
+  const TempDirectory directory("natc-state-file");
+  const std::string path = (directory.Path() / "state.json").string();
   EXPECT_FALSE(natc::run::LoadStateFile(path).has_value());
   natc::run::SaveStateFile(path, {{L"t", "collections[0]", {{L"System", 5}}}});
   natc::run::SaveStateFile(path, {{L"t", "collections[0]", {{L"System", 9}}}});
@@ -78,6 +78,5 @@ TEST(StateFile, AMissingFileIsAFreshStartAndASaveReplacesTheFile)
   ASSERT_TRUE(loaded.has_value());
   EXPECT_EQ(loaded->at(0).bookmarks.at(0).RecordId, 9);
   EXPECT_FALSE(std::filesystem::exists(path + ".tmp"));
-  std::filesystem::remove_all(directory);
 }
 } // namespace

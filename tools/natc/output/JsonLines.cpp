@@ -101,6 +101,14 @@ void CJsonLineWriter::Text(std::wstring_view text)
 
 const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const std::shared_ptr<tstring>* owner)
 {
+  for (std::size_t k = 0; k < m_keys.size(); ++k)
+  {
+    if (m_keys[k].owner.get() == &name && m_keys[k].text.size() == name.size())
+    {
+      m_nextKey = k + 1;
+      return m_keys[k];
+    }
+  }
   if (m_nextKey < m_keys.size() && m_keys[m_nextKey].text == name)
   {
     if (owner != nullptr && m_keys[m_nextKey].owner != *owner)
@@ -133,6 +141,16 @@ const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const
   return m_keys.back();
 }
 
+const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner)
+{
+  // The guess holds this very name object (no other can be at its address while it is held):
+  // no need to compare the texts.
+  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].owner.get() == &name &&
+      m_keys[m_nextKey].text.size() == name.size())
+    return m_keys[m_nextKey++];
+  return findKey(name, owner);
+}
+
 void CJsonLineWriter::Key(const SKey& key, bool first)
 {
   // Whole blocks of the padded text, copied without a call: most keys fit in one.
@@ -151,14 +169,7 @@ void CJsonLineWriter::Fields(const std::vector<collector::ni::impl::CField>& fie
   bool first = true;
   for (const auto& field : fields)
   {
-    const tstring& name = field.GetName();
-    // The guess holds this very name object (it cannot be another one at the same address while
-    // held): no need to compare the texts.
-    if (m_nextKey < m_keys.size() && m_keys[m_nextKey].owner.get() == &name &&
-        m_keys[m_nextKey].text.size() == name.size())
-      Key(m_keys[m_nextKey++], first);
-    else
-      Key(findKey(name, &field.GetSharedName()), first);
+    Key(lookUpKey(field.GetName(), &field.GetSharedName()), first);
     first = false;
     Value(field.GetValue());
   }
@@ -308,7 +319,7 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
     bool first = true;
     for (const auto& field : key->GetFields())
     {
-      Key(findKey(field->GetName(), nullptr), first);
+      Key(lookUpKey(field->GetName(), nullptr), first);
       first = false;
       Value(field->GetValue());
     }

@@ -78,6 +78,8 @@ private:
   // A key, with the comma when it is not the first of its object.
   void Key(const SKey& key, bool first);
   // The key of a name, encoded on its first use; owner, when known, is the name's shared object.
+  // Names are found by the address of their shared object first, then by their text.
+  const SKey& lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner);
   const SKey& findKey(const tstring& name, const std::shared_ptr<tstring>* owner);
   // {"collection":...,"class":..., quoted once per pair.
   void Header(std::string_view collection, std::string_view className);

@@ -356,14 +356,15 @@ TEST(JsonLines, KeysFollowTheirNamesAcrossRecordsOfEveryKind)
   EXPECT_EQ(Lines(writer, {&keyed, &bare, &swapped, &keyed, &keyed, &swapped, &bare, &bare, &keyed}),
             keyedLine + bareLine + swappedLine + keyedLine + keyedLine + swappedLine + bareLine + bareLine + keyedLine);
 
-  // More names than the writer keeps: the later ones are encoded for each use.
+  // More names than the writer keeps (the later ones are encoded for each use), short and long.
   CRecordOnVectorNoKey wide(0, 100);
   std::string fields;
   for (int k = 0; k < 100; ++k)
   {
-    const std::wstring name = L"f\"" + std::to_wstring(k);
+    const std::wstring name = (k % 2 == 0 ? L"f\"" : L"a longer field name \u00E9 \"") + std::to_wstring(k);
     wide.AddField(Name(name.c_str()), FieldValue(static_cast<__int64>(k)));
-    fields += (k == 0 ? "" : ",") + std::string(R"("f\")") + std::to_string(k) + "\":" + std::to_string(k);
+    fields += (k == 0 ? "" : ",") + std::string(k % 2 == 0 ? R"("f\")" : "\"a longer field name \xC3\xA9 \\\"") +
+              std::to_string(k) + "\":" + std::to_string(k);
   }
   const std::string wideLine = kHead + R"("type":0,"fields":{)" + fields + "}}\n";
   EXPECT_EQ(Lines(writer, {&wide, &keyed, &wide}), wideLine + keyedLine + wideLine);

@@ -153,14 +153,17 @@ const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, con
 
 void CJsonLineWriter::Key(const SKey& key, bool first)
 {
-  // Whole blocks of the padded text, copied without a call: most keys fit in one.
   const char* const from = key.encoded.data() + (first ? 1 : 0);
   const std::size_t length = key.length - (first ? 1 : 0);
-  const std::size_t blocks = (length + keyPadding - 1) / keyPadding * keyPadding;
-  char* const at = m_out->Push(blocks);
-  for (std::size_t k = 0; k < blocks; k += keyPadding)
-    std::memcpy(at + k, from + k, keyPadding);
-  m_out->Pop(blocks - length);
+  // Most keys fit in one padded block, copied without a call.
+  if (length > keyPadding)
+  {
+    Raw(std::string_view(from, length));
+    return;
+  }
+  char* const at = m_out->Push(keyPadding);
+  std::memcpy(at, from, keyPadding);
+  m_out->Pop(keyPadding - length);
 }
 
 void CJsonLineWriter::Fields(const std::vector<collector::ni::impl::CField>& fields)

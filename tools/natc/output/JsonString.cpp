@@ -134,7 +134,13 @@ std::size_t QuoteJsonString(std::wstring_view text, char* const start) noexcept
           out += plain;
           i += plain;
           if (plain < 16)
-            break;
+          {
+            // A quote or a backslash (texts of XML have many) is escaped here and the blocks go on.
+            if (text[i] != L'"' && text[i] != L'\\')
+              break;
+            *out++ = '\\';
+            *out++ = static_cast<char>(text[i++]);
+          }
         }
         // The rest after the last whole block, as the block that ends the text: at least the
         // quote and `done` characters are written before out.

@@ -87,12 +87,12 @@ std::string FormatDateTime(const COleDateTimeEx& time)
   return std::string(text, FormatDateTime(time, text));
 }
 
-void CJsonLineWriter::Raw(std::string_view text)
+inline void CJsonLineWriter::Raw(std::string_view text)
 {
   std::memcpy(m_out->Push(text.size()), text.data(), text.size());
 }
 
-void CJsonLineWriter::Text(std::wstring_view text)
+inline void CJsonLineWriter::Text(std::wstring_view text)
 {
   const std::size_t worst = QuotedJsonSize(text.size());
   char* const at = m_out->Push(worst);
@@ -141,7 +141,7 @@ const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const
   return m_keys.back();
 }
 
-const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner)
+inline const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner)
 {
   // The guess holds this very name object (no other can be at its address while it is held):
   // no need to compare the texts.
@@ -151,7 +151,7 @@ const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, con
   return findKey(name, owner);
 }
 
-void CJsonLineWriter::Key(const SKey& key, bool first)
+inline void CJsonLineWriter::Key(const SKey& key, bool first)
 {
   const char* const from = key.encoded.data() + (first ? 1 : 0);
   const std::size_t length = key.length - (first ? 1 : 0);

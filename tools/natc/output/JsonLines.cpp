@@ -40,7 +40,7 @@ constexpr char twoDigits[] = "00010203040506070809101112131415161718192021222324
 
 char* PutTwoDigits(char* out, unsigned value) noexcept
 {
-  std::memcpy(out, twoDigits + 2 * (value % 100), 2);
+  std::memcpy(out, twoDigits + static_cast<std::size_t>(value % 100) * 2, 2);
   return out + 2;
 }
 

@@ -369,3 +369,22 @@ TEST(JsonLines, KeysFollowTheirNamesAcrossRecordsOfEveryKind)
   const std::string wideLine = kHead + R"("type":0,"fields":{)" + fields + "}}\n";
   EXPECT_EQ(Lines(writer, {&wide, &keyed, &wide}), wideLine + keyedLine + wideLine);
 }
+
+TEST(JsonLines, DateTimesRepeatedOrNotPrintTheirOwnText)
+{
+  const COleDateTimeEx first(SYSTEMTIME{2019, 3, 6, 9, 7, 23, 5, 468});
+  const COleDateTimeEx second(SYSTEMTIME{2019, 3, 6, 9, 7, 23, 5, 469});
+  COleDateTimeEx invalid = first;
+  invalid.SetStatus(COleDateTimeEx::invalid);
+  // Valid, but past the year 9999: no text.
+  const COleDateTimeEx far(3000000.0);
+  CRecordOnVectorNoKey record(0, 8);
+  const COleDateTimeEx* const times[] = {&first, &first, &second, &invalid, &second, &far, &far, &first};
+  for (const COleDateTimeEx* time : times)
+    record.AddField(Name(L"t"), FieldValue(*time));
+  const std::string a = R"("2019-03-09T07:23:05.468Z")";
+  const std::string b = R"("2019-03-09T07:23:05.469Z")";
+  EXPECT_EQ(natc::FormatRecordLine(kCollection, L"C", record),
+            kHead + R"("type":0,"fields":{"t":)" + a + R"(,"t":)" + a + R"(,"t":)" + b + R"(,"t":null,"t":)" + b +
+              R"(,"t":null,"t":null,"t":)" + a + "}}");
+}

@@ -9,7 +9,9 @@
 #include <rapidjson/writer.h>
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace natc
@@ -141,7 +143,8 @@ const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const
   return m_keys.back();
 }
 
-inline const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner)
+inline const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name,
+                                                               const std::shared_ptr<tstring>* owner)
 {
   // The guess holds this very name object (no other can be at its address while it is held):
   // no need to compare the texts.
@@ -207,19 +210,30 @@ void CJsonLineWriter::Value(const FieldValue& value)
     return;
   }
   case 3: {
-    SYSTEMTIME parts{};
     const COleDateTimeEx& time = std::get<3>(value);
-    if (time.GetStatus() != COleDateTimeEx::valid || !time.GetAsSystemTime(parts))
+    if (time.GetStatus() != COleDateTimeEx::valid)
     {
       Literal("null");
       return;
     }
-    constexpr std::size_t worst = dateTimeSize + 2;
-    char* const at = m_out->Push(worst);
-    *at = '"';
-    char* end = PutDateTime(parts, at + 1);
-    *end++ = '"';
-    m_out->Pop(worst - static_cast<std::size_t>(end - at));
+    // Events often share their time with the one before: the same value gives the same text.
+    const auto bits = std::bit_cast<std::uint64_t>(time.GetDate());
+    if (!m_timeKnown || bits != m_timeBits)
+    {
+      SYSTEMTIME parts{};
+      m_timeKnown = true;
+      m_timeBits = bits;
+      m_timeValid = time.GetAsSystemTime(parts);
+      if (m_timeValid)
+      {
+        m_timeText[0] = '"';
+        *PutDateTime(parts, m_timeText + 1) = '"';
+      }
+    }
+    if (m_timeValid)
+      std::memcpy(m_out->Push(sizeof m_timeText), m_timeText, sizeof m_timeText);
+    else
+      Literal("null");
     return;
   }
   case 4: {

@@ -19,6 +19,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -104,6 +105,11 @@ private:
   std::string m_collection;
   std::string m_className;
   std::string m_header;
+  // The last date-time written, by its value's bits, and its quoted text when it is valid.
+  bool m_timeKnown = false;
+  bool m_timeValid = false;
+  std::uint64_t m_timeBits = 0;
+  char m_timeText[dateTimeSize + 2] = {};
   // The last kind of record cast: its type, where its IRecord lies in the whole object, and
   // where the results of the casts lie from that IRecord.
   const std::type_info* m_recordType = nullptr;

@@ -8,7 +8,6 @@
 #include <rapidjson/internal/itoa.h>
 #include <rapidjson/writer.h>
 
-#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>

@@ -1,6 +1,5 @@
 #include "output/JsonString.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <type_traits>
 

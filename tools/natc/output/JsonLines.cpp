@@ -4,10 +4,13 @@
 #include "KeldaKernel/Strings.h"
 #include "output/JsonString.h"
 
+#include <rapidjson/internal/dtoa.h>
+#include <rapidjson/internal/itoa.h>
 #include <rapidjson/writer.h>
 
-#include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace natc
@@ -16,87 +19,12 @@ namespace
 {
 using collector::ni::FieldValue;
 using collector::ni::ICollectionTypes;
-using Writer = CJsonLineWriter::Writer;
 
-void WriteValue(Writer& writer, CJsonLineWriter& text, const FieldValue& value);
-
-void WriteFields(Writer& writer, CJsonLineWriter& text, const std::vector<collector::ni::impl::CField>& fields)
-{
-  writer.StartObject();
-  for (const auto& field : fields)
-  {
-    text.Key(field.GetName());
-    WriteValue(writer, text, field.GetValue());
-  }
-  writer.EndObject();
-}
-
-// Records built on a vector are printed in the order their fields were added; other records
-// have no way to list their fields, so they print as an empty object.
-void WriteRecordFields(Writer& writer, CJsonLineWriter& text, collector::ni::IRecord& record)
-{
-  if (const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record))
-  {
-    WriteFields(writer, text, onVector->GetFields());
-    return;
-  }
-  writer.StartObject();
-  writer.EndObject();
-}
-
-void WriteValue(Writer& writer, CJsonLineWriter& text, const FieldValue& value)
-{
-  switch (value.index())
-  {
-  case 0:
-    text.String(std::get<0>(value));
-    return;
-  case 1:
-    writer.Int64(std::get<1>(value));
-    return;
-  case 2:
-    // JSON has no NaN or infinity.
-    if (std::isfinite(std::get<2>(value)))
-      writer.Double(std::get<2>(value));
-    else
-      writer.Null();
-    return;
-  case 3: {
-    char formatted[dateTimeSize];
-    const std::size_t size = FormatDateTime(std::get<3>(value), formatted);
-    if (size == 0)
-      writer.Null();
-    else
-      writer.String(formatted, static_cast<rapidjson::SizeType>(size));
-    return;
-  }
-  case 4:
-    writer.StartArray();
-    for (const auto& item : std::get<4>(value))
-      text.String(item);
-    writer.EndArray();
-    return;
-  case 5: {
-    const std::string guid = FormatGuid(std::get<5>(value));
-    writer.String(guid.data(), static_cast<rapidjson::SizeType>(guid.size()));
-    return;
-  }
-  default: {
-    const auto& object = std::get<6>(value);
-    if (auto* record = dynamic_cast<collector::ni::IRecord*>(object.get()))
-      WriteRecordFields(writer, text, *record);
-    else
-      writer.Null();
-    return;
-  }
-  }
-}
-
-// A UTF-8 text as the Writer quotes it.
+// A UTF-8 text as RapidJSON's Writer quotes it.
 std::string QuoteUtf8(std::string_view text)
 {
   rapidjson::StringBuffer quoted;
-  Writer writer(quoted);
+  rapidjson::Writer<rapidjson::StringBuffer> writer(quoted);
   writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
   return std::string(quoted.GetString(), quoted.GetSize());
 }
@@ -104,6 +32,38 @@ std::string QuoteUtf8(std::string_view text)
 std::string Take(rapidjson::StringBuffer& buffer)
 {
   return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+// The two digits of every number below 100, for fixed-width fields.
+constexpr char twoDigits[] = "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+                             "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+                             "8081828384858687888990919293949596979899";
+
+char* PutTwoDigits(char* out, unsigned value) noexcept
+{
+  std::memcpy(out, twoDigits + static_cast<std::size_t>(value % 100) * 2, 2);
+  return out + 2;
+}
+
+char* PutDateTime(const SYSTEMTIME& parts, char* out) noexcept
+{
+  out = PutTwoDigits(out, parts.wYear / 100u % 100u);
+  out = PutTwoDigits(out, parts.wYear);
+  *out++ = '-';
+  out = PutTwoDigits(out, parts.wMonth);
+  *out++ = '-';
+  out = PutTwoDigits(out, parts.wDay);
+  *out++ = 'T';
+  out = PutTwoDigits(out, parts.wHour);
+  *out++ = ':';
+  out = PutTwoDigits(out, parts.wMinute);
+  *out++ = ':';
+  out = PutTwoDigits(out, parts.wSecond);
+  *out++ = '.';
+  *out++ = static_cast<char>('0' + parts.wMilliseconds / 100u % 10u);
+  out = PutTwoDigits(out, parts.wMilliseconds);
+  *out++ = 'Z';
+  return out;
 }
 } // namespace
 
@@ -119,28 +79,7 @@ std::size_t FormatDateTime(const COleDateTimeEx& time, char (&text)[dateTimeSize
   SYSTEMTIME parts{};
   if (time.GetStatus() != COleDateTimeEx::valid || !time.GetAsSystemTime(parts))
     return 0;
-  // Fixed-width digits, written directly: this runs once per record.
-  char* out = text;
-  const auto digits = [&out](unsigned value, int width) {
-    for (int k = width - 1; k >= 0; --k, value /= 10)
-      out[k] = static_cast<char>('0' + value % 10);
-    out += width;
-  };
-  digits(parts.wYear, 4);
-  *out++ = '-';
-  digits(parts.wMonth, 2);
-  *out++ = '-';
-  digits(parts.wDay, 2);
-  *out++ = 'T';
-  digits(parts.wHour, 2);
-  *out++ = ':';
-  digits(parts.wMinute, 2);
-  *out++ = ':';
-  digits(parts.wSecond, 2);
-  *out++ = '.';
-  digits(parts.wMilliseconds, 3);
-  *out++ = 'Z';
-  return static_cast<std::size_t>(out - text);
+  return static_cast<std::size_t>(PutDateTime(parts, text) - text);
 }
 
 std::string FormatDateTime(const COleDateTimeEx& time)
@@ -149,120 +88,277 @@ std::string FormatDateTime(const COleDateTimeEx& time)
   return std::string(text, FormatDateTime(time, text));
 }
 
-void CJsonLineWriter::String(std::wstring_view text)
+inline void CJsonLineWriter::Raw(std::string_view text)
 {
-  // An empty raw value has the writer put the separator a key or a value needs at this place;
-  // the quoted text then goes straight into the output, in one pass.
-  m_writer.RawValue("", 0, rapidjson::kStringType);
+  std::memcpy(m_out->Push(text.size()), text.data(), text.size());
+}
+
+inline void CJsonLineWriter::Text(std::wstring_view text)
+{
   const std::size_t worst = QuotedJsonSize(text.size());
   char* const at = m_out->Push(worst);
   m_out->Pop(worst - QuoteJsonString(text, at));
 }
 
-void CJsonLineWriter::Quoted(std::string_view quoted)
+const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const std::shared_ptr<tstring>* owner)
 {
-  // An empty raw value puts the separator this place needs; the text follows it.
-  m_writer.RawValue("", 0, rapidjson::kStringType);
-  std::memcpy(m_out->Push(quoted.size()), quoted.data(), quoted.size());
-}
-
-void CJsonLineWriter::Key(std::wstring_view text)
-{
-  // Records of one collection repeat the same few names: quote each once.
-  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].first == text)
+  for (std::size_t k = 0; k < m_keys.size(); ++k)
   {
-    Quoted(m_keys[m_nextKey++].second);
-    return;
+    if (m_keys[k].owner.get() == &name && m_keys[k].text.size() == name.size())
+    {
+      m_nextKey = k + 1;
+      return m_keys[k];
+    }
+  }
+  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].text == name)
+  {
+    if (owner != nullptr && m_keys[m_nextKey].owner != *owner)
+      m_keys[m_nextKey].owner = *owner;
+    return m_keys[m_nextKey++];
   }
   for (std::size_t k = 0; k < m_keys.size(); ++k)
   {
-    if (m_keys[k].first == text)
+    if (m_keys[k].text == name)
     {
-      Quoted(m_keys[k].second);
+      if (owner != nullptr && m_keys[k].owner != *owner)
+        m_keys[k].owner = *owner;
       m_nextKey = k + 1;
-      return;
+      return m_keys[k];
     }
   }
-  String(text);
-  if (m_keys.size() < maxKeys)
+  std::vector<char> quoted;
+  SKey key{owner != nullptr ? *owner : nullptr, name, ",", 0};
+  key.encoded.append(quoted.data(), QuoteJsonString(name, quoted));
+  key.encoded += ':';
+  key.length = key.encoded.size();
+  key.encoded.append(keyPadding, '\0');
+  if (m_keys.size() >= maxKeys)
   {
-    std::vector<char> quoted;
-    m_keys.emplace_back(tstring(text), std::string(quoted.data(), QuoteJsonString(text, quoted)));
-    m_nextKey = m_keys.size();
+    m_spareKey = std::move(key);
+    return m_spareKey;
   }
+  m_keys.push_back(std::move(key));
+  m_nextKey = m_keys.size();
+  return m_keys.back();
+}
+
+inline const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name,
+                                                               const std::shared_ptr<tstring>* owner)
+{
+  // The guess holds this very name object (no other can be at its address while it is held):
+  // no need to compare the texts.
+  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].owner.get() == &name &&
+      m_keys[m_nextKey].text.size() == name.size())
+    return m_keys[m_nextKey++];
+  return findKey(name, owner);
+}
+
+inline void CJsonLineWriter::Key(const SKey& key, bool first)
+{
+  const char* const from = key.encoded.data() + (first ? 1 : 0);
+  const std::size_t length = key.length - (first ? 1 : 0);
+  // Most keys fit in one padded block, copied without a call.
+  if (length > keyPadding)
+  {
+    Raw(std::string_view(from, length));
+    return;
+  }
+  char* const at = m_out->Push(keyPadding);
+  std::memcpy(at, from, keyPadding);
+  m_out->Pop(keyPadding - length);
+}
+
+void CJsonLineWriter::Fields(const std::vector<collector::ni::impl::CField>& fields)
+{
+  m_out->Put('{');
+  bool first = true;
+  for (const auto& field : fields)
+  {
+    Key(lookUpKey(field.GetName(), &field.GetSharedName()), first);
+    first = false;
+    Value(field.GetValue());
+  }
+  m_out->Put('}');
+}
+
+void CJsonLineWriter::Value(const FieldValue& value)
+{
+  switch (value.index())
+  {
+  case 0:
+    Text(std::get<0>(value));
+    return;
+  case 1: {
+    // The Writer's own conversions, so that numbers print as they always did.
+    constexpr std::size_t worst = 21;
+    char* const at = m_out->Push(worst);
+    m_out->Pop(worst - static_cast<std::size_t>(rapidjson::internal::i64toa(std::get<1>(value), at) - at));
+    return;
+  }
+  case 2: {
+    // JSON has no NaN or infinity.
+    if (!std::isfinite(std::get<2>(value)))
+    {
+      Literal("null");
+      return;
+    }
+    constexpr std::size_t worst = 25;
+    char* const at = m_out->Push(worst);
+    m_out->Pop(worst - static_cast<std::size_t>(
+                         rapidjson::internal::dtoa(std::get<2>(value), at, maxDecimalPlaces) - at));
+    return;
+  }
+  case 3: {
+    const COleDateTimeEx& time = std::get<3>(value);
+    if (time.GetStatus() != COleDateTimeEx::valid)
+    {
+      Literal("null");
+      return;
+    }
+    // Events often share their time with the one before: the same value gives the same text.
+    const auto bits = std::bit_cast<std::uint64_t>(time.GetDate());
+    if (!m_timeKnown || bits != m_timeBits)
+    {
+      SYSTEMTIME parts{};
+      m_timeKnown = true;
+      m_timeBits = bits;
+      m_timeValid = time.GetAsSystemTime(parts);
+      if (m_timeValid)
+      {
+        m_timeText[0] = '"';
+        *PutDateTime(parts, m_timeText + 1) = '"';
+      }
+    }
+    if (m_timeValid)
+      std::memcpy(m_out->Push(sizeof m_timeText), m_timeText, sizeof m_timeText);
+    else
+      Literal("null");
+    return;
+  }
+  case 4: {
+    m_out->Put('[');
+    bool first = true;
+    for (const auto& item : std::get<4>(value))
+    {
+      if (!first)
+        m_out->Put(',');
+      first = false;
+      Text(item);
+    }
+    m_out->Put(']');
+    return;
+  }
+  case 5: {
+    // A GUID's text needs no escaping.
+    m_out->Put('"');
+    Raw(FormatGuid(std::get<5>(value)));
+    m_out->Put('"');
+    return;
+  }
+  default: {
+    const auto& object = std::get<6>(value);
+    if (auto* record = dynamic_cast<collector::ni::IRecord*>(object.get()))
+      RecordFields(*record);
+    else
+      Literal("null");
+    return;
+  }
+  }
+}
+
+// Records built on a vector are printed in the order their fields were added; other records
+// have no way to list their fields, so they print as an empty object.
+void CJsonLineWriter::RecordFields(collector::ni::IRecord& record)
+{
+  if (const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record))
+    Fields(onVector->GetFields());
+  else
+    Literal("{}");
+}
+
+CJsonLineWriter::SRecordKind CJsonLineWriter::kindOf(collector::ni::IRecord& record)
+{
+  const auto* const whole = static_cast<const char*>(dynamic_cast<const void*>(&record));
+  const auto* const at = reinterpret_cast<const char*>(&record);
+  const std::type_info& type = typeid(record);
+  // The same type with its IRecord at the same place: the casts come out at the same places.
+  if (m_recordType == nullptr || *m_recordType != type || at - whole != m_recordAt)
+  {
+    const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record);
+    const collector::ni::ICompositionRecord* composition =
+      onVector != nullptr ? onVector : dynamic_cast<const collector::ni::ICompositionRecord*>(&record);
+    m_recordType = &type;
+    m_recordAt = at - whole;
+    m_isOnVector = onVector != nullptr;
+    m_onVectorAt = m_isOnVector ? reinterpret_cast<const char*>(onVector) - at : 0;
+    m_isComposition = composition != nullptr;
+    m_compositionAt = m_isComposition ? reinterpret_cast<const char*>(composition) - at : 0;
+    return SRecordKind{onVector, composition};
+  }
+  SRecordKind kind;
+  if (m_isOnVector)
+    kind.onVector = reinterpret_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(at + m_onVectorAt);
+  if (m_isComposition)
+    kind.composition = reinterpret_cast<const collector::ni::ICompositionRecord*>(at + m_compositionAt);
+  return kind;
 }
 
 void CJsonLineWriter::Header(std::string_view collection, std::string_view className)
 {
-  if (m_quotedCollection.empty() || collection != m_collection)
+  if (m_header.empty() || collection != m_collection || className != m_className)
   {
     m_collection = collection;
-    m_quotedCollection = QuoteUtf8(collection);
-  }
-  if (m_quotedClassName.empty() || className != m_className)
-  {
     m_className = className;
-    m_quotedClassName = QuoteUtf8(className);
+    m_header = R"({"collection":)" + QuoteUtf8(collection) + R"(,"class":)" + QuoteUtf8(className) + ",";
   }
-  m_writer.StartObject();
-  Quoted(R"("collection")");
-  Quoted(m_quotedCollection);
-  Quoted(R"("class")");
-  Quoted(m_quotedClassName);
+  Raw(m_header);
 }
 
 void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection,
                                        std::string_view className, collector::ni::IRecord& record)
 {
-  m_writer.Reset(out);
   m_out = &out;
-  Writer& writer = m_writer;
-  CJsonLineWriter& text = *this;
   m_nextKey = 0;
   Header(collection, className);
-  // One cast for the usual record, which is also a composition record.
-  const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record);
-  const auto* composition =
-    onVector != nullptr ? onVector : dynamic_cast<const collector::ni::ICompositionRecord*>(&record);
-  if (composition != nullptr)
+  const SRecordKind kind = kindOf(record);
+  if (kind.composition != nullptr)
   {
-    writer.Key("type");
-    writer.Uint(composition->GetType());
+    Literal(R"("type":)");
+    constexpr std::size_t worst = 10;
+    char* const at = out.Push(worst);
+    out.Pop(worst - static_cast<std::size_t>(rapidjson::internal::u32toa(kind.composition->GetType(), at) - at));
+    out.Put(',');
   }
   if (collector::ni::IKey* key = record.GetKey())
   {
-    writer.Key("key");
-    writer.StartObject();
+    Literal(R"("key":{)");
+    bool first = true;
     for (const auto& field : key->GetFields())
     {
-      text.Key(field->GetName());
-      WriteValue(writer, text, field->GetValue());
+      Key(lookUpKey(field->GetName(), nullptr), first);
+      first = false;
+      Value(field->GetValue());
     }
-    writer.EndObject();
+    Literal("},");
   }
-  writer.Key("fields");
-  if (onVector != nullptr)
-    WriteFields(writer, text, onVector->GetFields());
+  Literal(R"("fields":)");
+  if (kind.onVector != nullptr)
+    Fields(kind.onVector->GetFields());
   else
-    WriteRecordFields(writer, text, record);
-  writer.EndObject();
-  out.Put('\n');
+    RecordFields(record);
+  Literal("}\n");
 }
 
 void CJsonLineWriter::AppendStateLine(rapidjson::StringBuffer& out, std::string_view collection,
                                       std::string_view className, const ICollectionTypes::IState& state)
 {
-  m_writer.Reset(out);
   m_out = &out;
-  Writer& writer = m_writer;
-  CJsonLineWriter& text = *this;
   Header(collection, className);
-  writer.Key("state");
-  text.String(StateName(state.GetState()));
-  writer.Key("description");
-  text.String(state.GetDescription());
-  writer.EndObject();
-  out.Put('\n');
+  Literal(R"("state":)");
+  Text(StateName(state.GetState()));
+  Literal(R"(,"description":)");
+  Text(state.GetDescription());
+  Literal("}\n");
 }
 
 std::string FormatRecordLine(const GUID& collectionId, std::wstring_view className, collector::ni::IRecord& record)

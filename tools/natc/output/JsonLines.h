@@ -11,17 +11,21 @@
 #include "Collector/Interfaces/FieldValue.h"
 #include "Collector/Interfaces/ICollection.h"
 #include "Collector/Interfaces/IRecord.h"
+#include "Collector.Interfaces.Impl.h"
 
 #include "output/BlockOutput.h"
 
 #include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -38,35 +42,82 @@ std::string FormatStateLine(const GUID& collectionId, std::wstring_view classNam
                             const collector::ni::ICollectionTypes::IState& state);
 std::wstring_view StateName(collector::ni::ICollectionTypes::States state) noexcept;
 
-// Appends whole lines (with their newline) to a buffer; keeps its scratch space between lines.
+// Appends whole lines (with their newline) to a buffer, writing straight into it: keys are
+// encoded once per collection's names, texts are converted and escaped in one pass, numbers are
+// written as RapidJSON's Writer writes them. Keeps its scratch space between lines.
 class CJsonLineWriter
 {
 public:
-  using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
   void AppendRecordLine(rapidjson::StringBuffer& out, std::string_view collection, std::string_view className,
                         collector::ni::IRecord& record);
   void AppendStateLine(rapidjson::StringBuffer& out, std::string_view collection, std::string_view className,
                        const collector::ni::ICollectionTypes::IState& state);
-  // A text value or key, converted once into UTF-8.
-  void String(std::wstring_view text);
-  void Key(std::wstring_view text);
 
 private:
-  // A text already quoted, in the place of a key or a value.
-  void Quoted(std::string_view quoted);
-  // The line's start, {"collection":...,"class":..., with both texts quoted once per pair.
+  struct SKey
+  {
+    // Held so that the name's address stays its own while it is looked up by address.
+    std::shared_ptr<tstring> owner;
+    std::wstring text;
+    // ,"text": ready to copy, then keyPadding zeros; the comma is left out before an object's
+    // first key.
+    std::string encoded;
+    std::size_t length = 0;
+  };
+  static constexpr std::size_t keyPadding = 16;
+
+  void Raw(std::string_view text);
+  template <std::size_t N>
+  void Literal(const char (&text)[N])
+  {
+    std::memcpy(m_out->Push(N - 1), text, N - 1);
+  }
+  void Text(std::wstring_view text);
+  void Value(const collector::ni::FieldValue& value);
+  void Fields(const std::vector<collector::ni::impl::CField>& fields);
+  void RecordFields(collector::ni::IRecord& record);
+  // A key, with the comma when it is not the first of its object.
+  void Key(const SKey& key, bool first);
+  // The key of a name, encoded on its first use; owner, when known, is the name's shared object.
+  // Names are found by the address of their shared object first, then by their text.
+  const SKey& lookUpKey(const tstring& name, const std::shared_ptr<tstring>* owner);
+  const SKey& findKey(const tstring& name, const std::shared_ptr<tstring>* owner);
+  // {"collection":...,"class":..., quoted once per pair.
   void Header(std::string_view collection, std::string_view className);
+  // The record as the list of fields it is built on and as a composition record (each null when
+  // it is not one): dynamic casts once per kind of record, as every line needs both.
+  struct SRecordKind
+  {
+    const collector::ni::impl::CRecordOnVectorNoKey* onVector = nullptr;
+    const collector::ni::ICompositionRecord* composition = nullptr;
+  };
+  SRecordKind kindOf(collector::ni::IRecord& record);
 
   static constexpr std::size_t maxKeys = 64;
-  Writer m_writer;
+  // RapidJSON's Writer default: the shortest text that reads back as the same double.
+  static constexpr int maxDecimalPlaces = 324;
   rapidjson::StringBuffer* m_out = nullptr;
-  std::vector<std::pair<std::wstring, std::string>> m_keys;
+  std::vector<SKey> m_keys;
   // Where the next key is looked for first: records of one collection repeat their keys in order.
   std::size_t m_nextKey = 0;
+  // A key met when the list is full, encoded for its one use.
+  SKey m_spareKey;
   std::string m_collection;
   std::string m_className;
-  std::string m_quotedCollection;
-  std::string m_quotedClassName;
+  std::string m_header;
+  // The last date-time written, by its value's bits, and its quoted text when it is valid.
+  bool m_timeKnown = false;
+  bool m_timeValid = false;
+  std::uint64_t m_timeBits = 0;
+  char m_timeText[dateTimeSize + 2] = {};
+  // The last kind of record cast: its type, where its IRecord lies in the whole object, and
+  // where the results of the casts lie from that IRecord.
+  const std::type_info* m_recordType = nullptr;
+  std::ptrdiff_t m_recordAt = 0;
+  std::ptrdiff_t m_onVectorAt = 0;
+  std::ptrdiff_t m_compositionAt = 0;
+  bool m_isOnVector = false;
+  bool m_isComposition = false;
 };
 
 // Prints every record and state change of the collections it is subscribed to, one line each.

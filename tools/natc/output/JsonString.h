@@ -13,9 +13,9 @@ namespace natc
 // The most bytes QuoteJsonString writes for a text of `length` characters.
 constexpr std::size_t QuotedJsonSize(std::size_t length) noexcept
 {
-  // Six bytes per character at most (\u00XX), the quotes, and room for a block of sixteen bytes
-  // stored at once past the end of a short text.
-  return length * 6 + 2 + 16;
+  // Six bytes per character at most (\u00XX) and the quotes: blocks of sixteen bytes are stored
+  // only over characters the text has.
+  return length * 6 + 2;
 }
 // Writes the quoted text at out, which has room for QuotedJsonSize; returns its size.
 std::size_t QuoteJsonString(std::wstring_view text, char* out) noexcept;

@@ -21,20 +21,34 @@ namespace
 // lookup.
 namespace node_names
 {
-constexpr const char* Provider = "Provider";
-constexpr const char* Name = "Name";
-constexpr const char* TimeCreated = "TimeCreated";
-constexpr const char* SystemTime = "SystemTime";
-constexpr const char* EventRecordID = "EventRecordID";
-constexpr const char* Channel = "Channel";
-constexpr const char* Level = "Level";
-constexpr const char* EventID = "EventID";
-constexpr const char* Qualifiers = "Qualifiers";
-constexpr const char* Security = "Security";
-constexpr const char* UserID = "UserID";
-constexpr const char* EventData = "EventData";
-constexpr const char* System = "System";
+constexpr char Provider[] = "Provider";
+constexpr char Name[] = "Name";
+constexpr char TimeCreated[] = "TimeCreated";
+constexpr char SystemTime[] = "SystemTime";
+constexpr char EventRecordID[] = "EventRecordID";
+constexpr char Channel[] = "Channel";
+constexpr char Level[] = "Level";
+constexpr char EventID[] = "EventID";
+constexpr char Qualifiers[] = "Qualifiers";
+constexpr char Security[] = "Security";
+constexpr char UserID[] = "UserID";
+constexpr char EventData[] = "EventData";
+constexpr char System[] = "System";
 } // namespace node_names
+
+// Whether a node's name is `expected`: inline, stopping at the first differing byte (a name
+// shorter than `expected` differs at its terminating zero), where a strcmp call costs more than
+// the few bytes it compares.
+template <std::size_t Size>
+bool NameIs(const char* name, const char (&expected)[Size]) noexcept
+{
+  for (std::size_t i = 0; i < Size; ++i)
+  {
+    if (name[i] != expected[i])
+      return false;
+  }
+  return true;
+}
 
 constexpr char32_t replacement = 0xFFFD;
 
@@ -137,24 +151,24 @@ void FindSystemNodes(const pugi::xml_node& system, SFoundNodes& found)
     switch (name[0])
     {
     case 'P':
-      slot = std::strcmp(name, node_names::Provider) == 0 ? &found.Provider : nullptr;
+      slot = NameIs(name, node_names::Provider) ? &found.Provider : nullptr;
       break;
     case 'T':
-      slot = std::strcmp(name, node_names::TimeCreated) == 0 ? &found.TimeCreated : nullptr;
+      slot = NameIs(name, node_names::TimeCreated) ? &found.TimeCreated : nullptr;
       break;
     case 'E':
-      slot = std::strcmp(name, node_names::EventID) == 0         ? &found.EventID
-             : std::strcmp(name, node_names::EventRecordID) == 0 ? &found.EventRecordID
+      slot = NameIs(name, node_names::EventID)         ? &found.EventID
+             : NameIs(name, node_names::EventRecordID) ? &found.EventRecordID
                                                                  : nullptr;
       break;
     case 'C':
-      slot = std::strcmp(name, node_names::Channel) == 0 ? &found.Channel : nullptr;
+      slot = NameIs(name, node_names::Channel) ? &found.Channel : nullptr;
       break;
     case 'L':
-      slot = std::strcmp(name, node_names::Level) == 0 ? &found.Level : nullptr;
+      slot = NameIs(name, node_names::Level) ? &found.Level : nullptr;
       break;
     case 'S':
-      slot = std::strcmp(name, node_names::Security) == 0 ? &found.Security : nullptr;
+      slot = NameIs(name, node_names::Security) ? &found.Security : nullptr;
       break;
     default:
       break;
@@ -180,12 +194,12 @@ SFoundNodes FindNodes(const pugi::xml_document& document)
     if (node.type() != pugi::node_element)
       continue;
     const char* name = node.name();
-    if (std::strcmp(name, node_names::System) == 0)
+    if (NameIs(name, node_names::System))
     {
       if (!found.Provider && !found.EventID && !found.Channel)
         FindSystemNodes(node, found);
     }
-    else if (!found.EventData && std::strcmp(name, node_names::EventData) == 0)
+    else if (!found.EventData && NameIs(name, node_names::EventData))
     {
       found.EventData = node;
     }

@@ -90,6 +90,28 @@ TEST(EventXml, SystemValuesAndDataAreReadWhereAnEventHasThem)
   EXPECT_EQ(text.Data, std::vector<std::wstring>{L"outer"});
 }
 
+TEST(EventXml, OnlyElementsOfTheWholeNameAreRead)
+{
+  // Names that begin or end like the wanted ones, ahead of them, are other elements.
+  const SEventXmlText text =
+    Read(L"<Event><Sys/><SystemX><Channel>no</Channel></SystemX><System>"
+         L"<Provide Name='no'/><ProviderX Name='no'/><Provider Name='P'/><EventI>9</EventI><EventIDX>9</EventIDX>"
+         L"<EventRecordI>9</EventRecordI><EventRecordIDs>9</EventRecordIDs><EventRecordID>5</EventRecordID>"
+         L"<EventID>7</EventID><Leve>9</Leve><Level2>9</Level2><Level>2</Level><Channels>no</Channels>"
+         L"<Chan>no</Chan><Channel>C</Channel><TimeCreate SystemTime='no'/><TimeCreated SystemTime='T'/>"
+         L"<SecurityX UserID='no'/><Securit UserID='no'/><Security UserID='U'/></System>"
+         L"<EventDat><Data>no</Data></EventDat><EventDataX><Data>no</Data></EventDataX>"
+         L"<EventData><Data>yes</Data></EventData></Event>");
+  EXPECT_EQ(text.Provider, L"P");
+  EXPECT_EQ(text.EventRecordId, L"5");
+  EXPECT_EQ(text.EventId, L"7");
+  EXPECT_EQ(text.Level, L"2");
+  EXPECT_EQ(text.Channel, L"C");
+  EXPECT_EQ(text.SystemTime, L"T");
+  EXPECT_EQ(text.UserId, L"U");
+  EXPECT_EQ(text.Data, std::vector<std::wstring>{L"yes"});
+}
+
 TEST(EventXml, UserDataEventsHaveNoData)
 {
   const SEventXmlText text =

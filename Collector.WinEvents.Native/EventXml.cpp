@@ -105,7 +105,7 @@ void AppendText(const pugi::xml_node& node, tstring& out)
 {
   if (const char* value = node.value(); *value != '\0')
     AppendUtf8(out, value);
-  if (IsText(node))
+  if (const pugi::xml_node_type type = node.type(); type == pugi::node_pcdata || type == pugi::node_cdata)
     return;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
     AppendText(child, out);

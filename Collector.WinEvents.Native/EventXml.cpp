@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #if defined(__SSE2__)
@@ -98,31 +99,61 @@ bool IsText(const pugi::xml_node& node) noexcept
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
+// Turns the values of the parsed document into wide text. A document of ASCII only, which the
+// parse left in place (no reference expanded, no line end normalised), holds each value at the
+// byte offset that is its place in the rendered text: the value is copied from the rendered
+// text, rather than converted back from its UTF-8 copy. Any other value is converted.
+class CValueSource
+{
+public:
+  // `wide` is the rendered text when the document holds the values where it does, else null.
+  CValueSource(const char* utf8, std::size_t length, const wchar_t* wide) noexcept
+    : m_utf8(utf8), m_end(utf8 + length), m_wide(wide)
+  {
+  }
+
+  void Append(const char* value, tstring& out) const
+  {
+    if (*value == '\0')
+      return;
+    // A value that is not in the document (a missing attribute's empty text) is converted.
+    const std::less<const char*> before;
+    if (m_wide != nullptr && !before(value, m_utf8) && before(value, m_end))
+      out.append(m_wide + (value - m_utf8), std::strlen(value));
+    else
+      AppendUtf8(out, value);
+  }
+
+private:
+  const char* m_utf8;
+  const char* m_end;
+  const wchar_t* m_wide;
+};
+
 // All the text below a node, in document order (the DOM's "text" of an element). The document
 // is parsed with parse_embed_pcdata: an element's first text, when it comes before any child, is
 // the element's own value rather than a child node.
-void AppendText(const pugi::xml_node& node, tstring& out)
+void AppendText(const CValueSource& source, const pugi::xml_node& node, tstring& out)
 {
-  if (const char* value = node.value(); *value != '\0')
-    AppendUtf8(out, value);
+  source.Append(node.value(), out);
   if (const pugi::xml_node_type type = node.type(); type == pugi::node_pcdata || type == pugi::node_cdata)
     return;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
-    AppendText(child, out);
+    AppendText(source, child, out);
 }
 
-void AssignText(const pugi::xml_node& node, tstring& out)
+void AssignText(const CValueSource& source, const pugi::xml_node& node, tstring& out)
 {
   out.clear();
   if (node)
-    AppendText(node, out);
+    AppendText(source, node, out);
 }
 
-void AssignAttribute(const pugi::xml_node& node, const char* name, tstring& out)
+void AssignAttribute(const CValueSource& source, const pugi::xml_node& node, const char* name, tstring& out)
 {
   out.clear();
   if (node)
-    AppendUtf8(out, node.attribute(name).value());
+    source.Append(node.attribute(name).value(), out);
 }
 
 struct SFoundNodes
@@ -379,7 +410,8 @@ void WideToUtf8(std::wstring_view wide, std::string& out)
 
 void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
 {
-  std::size_t length = WideToUtf8(xml, m_utf8);
+  const std::size_t converted = WideToUtf8(xml, m_utf8);
+  std::size_t length = converted;
   // The rendered text may carry its terminating zero; the document ends before it. Only a zero
   // character becomes a zero byte, and the UTF-8 form (a byte per ASCII character) is quicker to
   // search than the wide one.
@@ -403,15 +435,19 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   if (!parsed)
     KELDA_THROW(CHResultException(E_FAIL, L"The event XML is not well-formed"));
 
+  // One byte per character: every character is ASCII.
+  const bool inPlace = converted == xml.size() && (options & (pugi::parse_eol | pugi::parse_escapes)) == 0;
+  const CValueSource source(m_utf8.data(), length, inPlace ? xml.data() : nullptr);
+
   const SFoundNodes found = FindNodes(m_document);
-  AssignAttribute(found.Provider, node_names::Name, text.Provider);
-  AssignAttribute(found.TimeCreated, node_names::SystemTime, text.SystemTime);
-  AssignText(found.EventRecordID, text.EventRecordId);
-  AssignText(found.Channel, text.Channel);
-  AssignText(found.Level, text.Level);
-  AssignText(found.EventID, text.EventId);
-  AssignAttribute(found.EventID, node_names::Qualifiers, text.Qualifiers);
-  AssignAttribute(found.Security, node_names::UserID, text.UserId);
+  AssignAttribute(source, found.Provider, node_names::Name, text.Provider);
+  AssignAttribute(source, found.TimeCreated, node_names::SystemTime, text.SystemTime);
+  AssignText(source, found.EventRecordID, text.EventRecordId);
+  AssignText(source, found.Channel, text.Channel);
+  AssignText(source, found.Level, text.Level);
+  AssignText(source, found.EventID, text.EventId);
+  AssignAttribute(source, found.EventID, node_names::Qualifiers, text.Qualifiers);
+  AssignAttribute(source, found.Security, node_names::UserID, text.UserId);
   // A list moved out with the values comes back empty: sized as the last one, it grows once.
   if (text.Data.capacity() < m_lastDataCount)
     text.Data.reserve(m_lastDataCount);
@@ -436,11 +472,11 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   // Text before EventData's first child is the element's own value (parse_embed_pcdata): the
   // first item, as its text node would have been.
   if (const char* leading = found.EventData.value(); *leading != '\0')
-    AppendUtf8(nextItem(), leading);
+    source.Append(leading, nextItem());
   for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
   {
     if (child.type() == pugi::node_element || IsText(child))
-      AppendText(child, nextItem());
+      AppendText(source, child, nextItem());
   }
   while (text.Data.size() > count)
   {

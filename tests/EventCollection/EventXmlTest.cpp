@@ -146,6 +146,53 @@ TEST(EventXml, LineEndsAreNormalisedOnlyWhereTheTextHasThem)
             (std::vector<std::wstring>{L"no reference here"}));
 }
 
+// An ASCII document without references or carriage returns gives its values from the rendered
+// text; any other is converted back from UTF-8. Both give the same texts.
+TEST(EventXml, AsciiAndOtherDocumentsGiveTheSameTexts)
+{
+  const std::wstring body =
+    L"<System><Provider Name='Prov' Guid='{1}'/><EventID Qualifiers='16384'>4624</EventID><Level>0</Level>"
+    L"<TimeCreated SystemTime='2024-05-01T10:20:30.1234567Z'/><EventRecordID>81</EventRecordID>"
+    L"<Channel>Security</Channel><Security UserID='S-1-5-18'/></System><EventData>lead"
+    L"<Data Name='a'>one</Data><Data><![CDATA[<raw> & ]]></Data><Data>x<b>y</b>z</Data><Data/><Data> </Data>"
+    L"between<Data Name='last'>the end</Data></EventData>";
+  const std::vector<std::wstring> data{L"lead", L"one", L"<raw> & ", L"xyz", L"", L" ", L"between", L"the end"};
+  // ASCII; then one other character; then a reference; then a line end (each outside the values).
+  for (const std::wstring& extra : {std::wstring(), std::wstring(L"<Computer>\x00E9</Computer>"),
+                                    std::wstring(L"<Computer>&amp;</Computer>"), std::wstring(L"<Computer>\r\n</Computer>")})
+  {
+    std::wstring xml = L"<Event>" + body + extra + L"</Event>";
+    xml.push_back(L'\0');
+    const SEventXmlText text = Read(xml);
+    EXPECT_EQ(text.Provider, L"Prov");
+    EXPECT_EQ(text.SystemTime, L"2024-05-01T10:20:30.1234567Z");
+    EXPECT_EQ(text.EventRecordId, L"81");
+    EXPECT_EQ(text.Channel, L"Security");
+    EXPECT_EQ(text.Level, L"0");
+    EXPECT_EQ(text.EventId, L"4624");
+    EXPECT_EQ(text.Qualifiers, L"16384");
+    EXPECT_EQ(text.UserId, L"S-1-5-18");
+    EXPECT_EQ(text.Data, data);
+  }
+}
+
+// Values of an ASCII document read from the rendered text are appended where the text stands,
+// whatever precedes them, and end where the value ends.
+TEST(EventXml, AsciiValuesAreTheRenderedCharacters)
+{
+  std::wstring xml = L"<Event><EventData>";
+  std::vector<std::wstring> expected;
+  for (int i = 0; i < 40; ++i)
+  {
+    std::wstring value(static_cast<std::size_t>(i * 3), static_cast<wchar_t>(L'a' + i % 26));
+    value += std::to_wstring(i);
+    xml += L"<Data Name='n" + std::to_wstring(i) + L"'>" + value + L"</Data>";
+    expected.push_back(value);
+  }
+  xml += L"</EventData></Event>";
+  EXPECT_EQ(Read(xml).Data, expected);
+}
+
 TEST(EventXml, StopsAtTheTerminatingZero)
 {
   std::wstring xml = L"<Event><System><Level>2</Level></System></Event>";

@@ -5,9 +5,11 @@
 
 #include "KeldaKernel/Exceptions.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <utility>
 
 #if defined(__SSE2__)
@@ -344,6 +346,32 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
     {
       // Sixteen ASCII characters at a time: most of an event's XML is markup and ASCII text.
       const __m128i high = _mm_set1_epi32(~0x7F);
+      const auto isAscii = [&high](__m128i bits) {
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(bits, high), _mm_setzero_si128())) == 0xFFFF;
+      };
+      const auto narrow = [](__m128i a, __m128i b, __m128i c, __m128i d) {
+        return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+      };
+      // Thirty-two while the text stays ASCII, with one test per block.
+      while (i + 32 <= size)
+      {
+        const auto* from = reinterpret_cast<const __m128i*>(wide.data() + i);
+        const __m128i a = _mm_loadu_si128(from);
+        const __m128i b = _mm_loadu_si128(from + 1);
+        const __m128i c = _mm_loadu_si128(from + 2);
+        const __m128i d = _mm_loadu_si128(from + 3);
+        const __m128i e = _mm_loadu_si128(from + 4);
+        const __m128i f = _mm_loadu_si128(from + 5);
+        const __m128i g = _mm_loadu_si128(from + 6);
+        const __m128i h = _mm_loadu_si128(from + 7);
+        if (!isAscii(_mm_or_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)),
+                                  _mm_or_si128(_mm_or_si128(e, f), _mm_or_si128(g, h)))))
+          break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), narrow(a, b, c, d));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), narrow(e, f, g, h));
+        out += 32;
+        i += 32;
+      }
       while (i + 16 <= size)
       {
         const auto* from = reinterpret_cast<const __m128i*>(wide.data() + i);
@@ -351,11 +379,9 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
         const __m128i b = _mm_loadu_si128(from + 1);
         const __m128i c = _mm_loadu_si128(from + 2);
         const __m128i d = _mm_loadu_si128(from + 3);
-        const __m128i any = _mm_and_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)), high);
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) != 0xFFFF)
+        if (!isAscii(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
           break;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
-                         _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), narrow(a, b, c, d));
         out += 16;
         i += 16;
       }
@@ -494,8 +520,11 @@ SEventValues MakeEventValues(SEventXmlText& text)
   values.CreatedTime = ParseEventTime(text.SystemTime);
   values.EventType = EventTypeFromLevel(WToI(text.Level));
   values.Data = std::move(text.Data);
-  values.EventCode = WToI(text.EventId);
-  values.InternalId = MakeInternalId(WToI64(text.Qualifiers), WToI64(text.EventId));
+  // _wtoi is _wtoi64 held to the int range (both saturate): the identifier is read once.
+  const __int64 eventId = WToI64(text.EventId);
+  values.EventCode = static_cast<int>(std::clamp<__int64>(eventId, std::numeric_limits<int>::min(),
+                                                            std::numeric_limits<int>::max()));
+  values.InternalId = MakeInternalId(WToI64(text.Qualifiers), eventId);
   values.RecordId = WToI(text.EventRecordId);
   text.Provider.clear();
   text.Data.clear();

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdint>
 #include <string>
 
 namespace
@@ -61,6 +63,23 @@ TEST(EventXml, MakesTheRecordValues)
   EXPECT_EQ(st.wYear, 2016);
   EXPECT_EQ(st.wSecond, 51);
   EXPECT_EQ(st.wMilliseconds, 682);
+}
+
+TEST(EventXml, TheEventCodeIsTheIdentifierHeldToAnInt)
+{
+  const auto values = [](const wchar_t* eventId) {
+    SEventXmlText text = Read(std::wstring(L"<Event><System><EventID Qualifiers='1'>") + eventId +
+                              L"</EventID></System></Event>");
+    return MakeEventValues(text);
+  };
+  EXPECT_EQ(values(L"4624").EventCode, 4624);
+  EXPECT_EQ(values(L"4624").InternalId, 0x10000 | 4624);
+  EXPECT_EQ(values(L"4294967296").EventCode, INT_MAX);
+  EXPECT_EQ(values(L"4294967296").InternalId, 4294967296LL | 0x10000);
+  EXPECT_EQ(values(L"-5").EventCode, -5);
+  EXPECT_EQ(values(L"-5").InternalId, -5);
+  EXPECT_EQ(values(L"-3000000000").EventCode, INT_MIN);
+  EXPECT_EQ(values(L"-3000000000").InternalId, -3000000000LL);
 }
 
 TEST(EventXml, MissingNodesGiveEmptyTexts)
@@ -245,7 +264,7 @@ TEST(Utf8, InvalidSequencesBecomeReplacementCharacters)
 // against those blocks, and text that appends to what is already there.
 TEST(Utf8, RoundTripsAroundTheAsciiBlocks)
 {
-  for (std::size_t before = 0; before < 40; ++before)
+  for (std::size_t before = 0; before < 80; ++before)
   {
     const std::wstring wide = std::wstring(before, L'x') + L"\x00E9" + std::wstring(33, L'y') + L"\U0001F600z";
     std::string utf8;
@@ -254,6 +273,27 @@ TEST(Utf8, RoundTripsAroundTheAsciiBlocks)
     std::wstring back = L"kept";
     AppendUtf8(back, utf8);
     ASSERT_EQ(back, L"kept" + wide) << before;
+  }
+}
+// Characters that are no Unicode scalar value become U+FFFD wherever they stand in long ASCII
+// runs (the blocks of sixteen and thirty-two characters).
+TEST(Utf8, ValuesBeyondUnicodeInAsciiRunsAreReplaced)
+{
+  if constexpr (sizeof(wchar_t) == 4)
+  {
+    for (const auto bad : {static_cast<std::uint32_t>(0x110000), static_cast<std::uint32_t>(0xFFFFFFFF),
+                           static_cast<std::uint32_t>(0x80000000), static_cast<std::uint32_t>(0xD800)})
+    {
+      for (std::size_t before = 0; before < 70; before += 3)
+      {
+        std::wstring wide(before, L'a');
+        wide.push_back(static_cast<wchar_t>(bad));
+        wide += std::wstring(40, L'b');
+        std::string utf8;
+        WideToUtf8(wide, utf8);
+        ASSERT_EQ(utf8, std::string(before, 'a') + "\xEF\xBF\xBD" + std::string(40, 'b')) << before << " " << bad;
+      }
+    }
   }
 }
 } // namespace

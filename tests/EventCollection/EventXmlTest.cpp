@@ -180,7 +180,10 @@ TEST(EventXml, AsciiAndOtherDocumentsGiveTheSameTexts)
   for (const std::wstring& extra : {std::wstring(), std::wstring(L"<Computer>\x00E9</Computer>"),
                                     std::wstring(L"<Computer>&amp;</Computer>"), std::wstring(L"<Computer>\r\n</Computer>")})
   {
-    std::wstring xml = L"<Event>" + body + extra + L"</Event>";
+    std::wstring xml = L"<Event>";
+    xml += body;
+    xml += extra;
+    xml += L"</Event>";
     xml.push_back(L'\0');
     const SEventXmlText text = Read(xml);
     EXPECT_EQ(text.Provider, L"Prov");

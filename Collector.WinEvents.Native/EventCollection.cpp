@@ -622,6 +622,24 @@ void CEventCollection::reclaimTexts(CRecordOnVector& record)
   }
 }
 
+void CEventCollection::setKeyField(CKey& key, __int64 internalId)
+{
+  const SEventFieldNames& names = EventFieldNames();
+  // The key's one field, made here and held by no one else (the key only hands out copies of
+  // its pointers, which would count): its value is written in place of a new field.
+  if (const auto& fields = key.GetFields(); fields.size() == 1 && fields.front().use_count() == 1)
+  {
+    auto* field = static_cast<CField*>(fields.front().get());
+    if (field->GetSharedName() == names.InternalId)
+    {
+      field->GetValue() = internalId;
+      return;
+    }
+  }
+  key.ClearFields();
+  key.AddField(std::make_shared<CField>(names.InternalId, internalId));
+}
+
 std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE session, EVT_HANDLE event,
                                                                 tstring& channel, __int64& recordId)
 {
@@ -645,8 +663,7 @@ std::shared_ptr<CRecordOnVector> CEventCollection::createRecord(EVT_HANDLE sessi
   record->SetType(1);
   CKey& key = record->Key();
   key.SetClass(GetClass());
-  key.ClearFields();
-  key.AddField(std::make_shared<CField>(names.InternalId, values.InternalId));
+  setKeyField(key, values.InternalId);
   std::vector<CField>& fields = record->MutableFields();
   if (HasEventFields(fields, names))
   {

@@ -112,6 +112,8 @@ private:
   std::wstring_view renderXml(EVT_HANDLE event);
   // Moves the texts of a record that came back into the reading buffers (its fields stay).
   void reclaimTexts(CRecordOnVector& record);
+  // Gives the key its one field, InternalId; a field of a record that came back is reused.
+  static void setKeyField(CKey& key, __int64 internalId);
 
   SEventLogApi m_api;
   // Guards the filters and the bookmarks against callers reading or setting them during an update.

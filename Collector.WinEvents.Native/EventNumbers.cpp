@@ -1,5 +1,6 @@
 #include "EventNumbers.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -30,6 +31,10 @@ Integer ReadDecimal(std::wstring_view text) noexcept
   const Magnitude limit = negative ? Magnitude(Magnitude(std::numeric_limits<Integer>::max()) + 1u)
                                    : Magnitude(std::numeric_limits<Integer>::max());
   Magnitude value = 0;
+  // The first digits10 digits cannot overflow: read without the check (most numbers end there).
+  const std::size_t unchecked = std::min(text.size(), i + std::numeric_limits<Integer>::digits10);
+  for (; i < unchecked && text[i] >= L'0' && text[i] <= L'9'; ++i)
+    value = static_cast<Magnitude>(value * 10u + static_cast<Magnitude>(text[i] - L'0'));
   bool overflow = false;
   for (; i < text.size() && text[i] >= L'0' && text[i] <= L'9'; ++i)
   {

@@ -184,14 +184,20 @@ namespace
 // The layout of every event's time up to its seconds; '0' stands for a digit.
 constexpr std::wstring_view timeLayout = L"0000-00-00T00:00:";
 
+// Position by position, unrolled: a loop over the layout costs more than the comparisons.
 bool HasTimeLayout(std::wstring_view text) noexcept
 {
+  static_assert(timeLayout.size() == 17);
   if (text.size() < timeLayout.size())
     return false;
-  for (std::size_t i = 0; i < timeLayout.size(); ++i)
-    if (timeLayout[i] == L'0' ? !IsDigit(text[i]) : text[i] != timeLayout[i])
-      return false;
-  return true;
+  const auto digits = [&text](std::size_t at, std::size_t count) {
+    bool all = true;
+    for (std::size_t i = at; i < at + count; ++i)
+      all &= IsDigit(text[i]);
+    return all;
+  };
+  return digits(0, 4) && text[4] == L'-' && digits(5, 2) && text[7] == L'-' && digits(8, 2) &&
+         text[10] == L'T' && digits(11, 2) && text[13] == L':' && digits(14, 2) && text[16] == L':';
 }
 
 short DigitsAt(std::wstring_view text, std::size_t at, std::size_t count) noexcept
@@ -200,6 +206,34 @@ short DigitsAt(std::wstring_view text, std::size_t at, std::size_t count) noexce
   for (std::size_t i = at; i < at + count; ++i)
     value = value * 10 + static_cast<int>(text[i] - L'0');
   return static_cast<short>(value);
+}
+
+// The seconds of every event's time, "ss.fffffff" (digits, a point, digits: at most 15 digits in
+// all, no sign, no exponent), in one pass: the digits as an integer over a power of ten, the
+// quotient "%lf" gives for them (CScanner::Double). False, having read nothing, for any other
+// form, which the scanner reads.
+bool PlainSeconds(std::wstring_view text, std::size_t at, double& out) noexcept
+{
+  static constexpr std::size_t maxDigits = 15;
+  static constexpr double powersOfTen[maxDigits + 1] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  std::uint64_t whole = 0;
+  std::size_t digits = 0;
+  std::size_t i = at;
+  for (; i < text.size() && IsDigit(text[i]); ++i, ++digits)
+    whole = whole * 10u + static_cast<std::uint64_t>(text[i] - L'0');
+  std::size_t scale = 0;
+  if (i < text.size() && text[i] == L'.')
+  {
+    for (++i; i < text.size() && IsDigit(text[i]); ++i, ++scale)
+      whole = whole * 10u + static_cast<std::uint64_t>(text[i] - L'0');
+  }
+  digits += scale;
+  // An exponent would belong to the number; more digits would not be exact.
+  if (digits == 0 || digits > maxDigits || (i < text.size() && (text[i] == L'e' || text[i] == L'E')))
+    return false;
+  out = static_cast<double>(whole) / powersOfTen[scale];
+  return true;
 }
 } // namespace
 
@@ -217,7 +251,7 @@ SScannedEventTime ScanEventTime(std::wstring_view text)
     scanned.Minute = DigitsAt(text, 14, 2);
     scanned.Items = 5;
     CScanner seconds(text, timeLayout.size());
-    if (seconds.Double(scanned.Seconds))
+    if (PlainSeconds(text, timeLayout.size(), scanned.Seconds) || seconds.Double(scanned.Seconds))
       ++scanned.Items;
     return scanned;
   }

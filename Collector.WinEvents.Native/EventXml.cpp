@@ -5,8 +5,11 @@
 
 #include "KeldaKernel/Exceptions.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <limits>
 #include <utility>
 
 #if defined(__SSE2__)
@@ -21,20 +24,34 @@ namespace
 // lookup.
 namespace node_names
 {
-constexpr const char* Provider = "Provider";
-constexpr const char* Name = "Name";
-constexpr const char* TimeCreated = "TimeCreated";
-constexpr const char* SystemTime = "SystemTime";
-constexpr const char* EventRecordID = "EventRecordID";
-constexpr const char* Channel = "Channel";
-constexpr const char* Level = "Level";
-constexpr const char* EventID = "EventID";
-constexpr const char* Qualifiers = "Qualifiers";
-constexpr const char* Security = "Security";
-constexpr const char* UserID = "UserID";
-constexpr const char* EventData = "EventData";
-constexpr const char* System = "System";
+constexpr char Provider[] = "Provider";
+constexpr char Name[] = "Name";
+constexpr char TimeCreated[] = "TimeCreated";
+constexpr char SystemTime[] = "SystemTime";
+constexpr char EventRecordID[] = "EventRecordID";
+constexpr char Channel[] = "Channel";
+constexpr char Level[] = "Level";
+constexpr char EventID[] = "EventID";
+constexpr char Qualifiers[] = "Qualifiers";
+constexpr char Security[] = "Security";
+constexpr char UserID[] = "UserID";
+constexpr char EventData[] = "EventData";
+constexpr char System[] = "System";
 } // namespace node_names
+
+// Whether a node's name is `expected`: inline, stopping at the first differing byte (a name
+// shorter than `expected` differs at its terminating zero), where a strcmp call costs more than
+// the few bytes it compares.
+template <std::size_t Size>
+bool NameIs(const char* name, const char (&expected)[Size]) noexcept
+{
+  for (std::size_t i = 0; i < Size; ++i)
+  {
+    if (name[i] != expected[i])
+      return false;
+  }
+  return true;
+}
 
 constexpr char32_t replacement = 0xFFFD;
 
@@ -84,31 +101,61 @@ bool IsText(const pugi::xml_node& node) noexcept
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
+// Turns the values of the parsed document into wide text. A document of ASCII only, which the
+// parse left in place (no reference expanded, no line end normalised), holds each value at the
+// byte offset that is its place in the rendered text: the value is copied from the rendered
+// text, rather than converted back from its UTF-8 copy. Any other value is converted.
+class CValueSource
+{
+public:
+  // `wide` is the rendered text when the document holds the values where it does, else null.
+  CValueSource(const char* utf8, std::size_t length, const wchar_t* wide) noexcept
+    : m_utf8(utf8), m_end(utf8 + length), m_wide(wide)
+  {
+  }
+
+  void Append(const char* value, tstring& out) const
+  {
+    if (*value == '\0')
+      return;
+    // A value that is not in the document (a missing attribute's empty text) is converted.
+    const std::less<const char*> before;
+    if (m_wide != nullptr && !before(value, m_utf8) && before(value, m_end))
+      out.append(m_wide + (value - m_utf8), std::strlen(value));
+    else
+      AppendUtf8(out, value);
+  }
+
+private:
+  const char* m_utf8;
+  const char* m_end;
+  const wchar_t* m_wide;
+};
+
 // All the text below a node, in document order (the DOM's "text" of an element). The document
 // is parsed with parse_embed_pcdata: an element's first text, when it comes before any child, is
 // the element's own value rather than a child node.
-void AppendText(const pugi::xml_node& node, tstring& out)
+void AppendText(const CValueSource& source, const pugi::xml_node& node, tstring& out)
 {
-  if (const char* value = node.value(); *value != '\0')
-    AppendUtf8(out, value);
-  if (IsText(node))
+  source.Append(node.value(), out);
+  if (const pugi::xml_node_type type = node.type(); type == pugi::node_pcdata || type == pugi::node_cdata)
     return;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
-    AppendText(child, out);
+    AppendText(source, child, out);
 }
 
-void AssignText(const pugi::xml_node& node, tstring& out)
+void AssignText(const CValueSource& source, const pugi::xml_node& node, tstring& out)
 {
   out.clear();
   if (node)
-    AppendText(node, out);
+    AppendText(source, node, out);
 }
 
-void AssignAttribute(const pugi::xml_node& node, const char* name, tstring& out)
+void AssignAttribute(const CValueSource& source, const pugi::xml_node& node, const char* name, tstring& out)
 {
   out.clear();
   if (node)
-    AppendUtf8(out, node.attribute(name).value());
+    source.Append(node.attribute(name).value(), out);
 }
 
 struct SFoundNodes
@@ -137,24 +184,24 @@ void FindSystemNodes(const pugi::xml_node& system, SFoundNodes& found)
     switch (name[0])
     {
     case 'P':
-      slot = std::strcmp(name, node_names::Provider) == 0 ? &found.Provider : nullptr;
+      slot = NameIs(name, node_names::Provider) ? &found.Provider : nullptr;
       break;
     case 'T':
-      slot = std::strcmp(name, node_names::TimeCreated) == 0 ? &found.TimeCreated : nullptr;
+      slot = NameIs(name, node_names::TimeCreated) ? &found.TimeCreated : nullptr;
       break;
     case 'E':
-      slot = std::strcmp(name, node_names::EventID) == 0         ? &found.EventID
-             : std::strcmp(name, node_names::EventRecordID) == 0 ? &found.EventRecordID
+      slot = NameIs(name, node_names::EventID)         ? &found.EventID
+             : NameIs(name, node_names::EventRecordID) ? &found.EventRecordID
                                                                  : nullptr;
       break;
     case 'C':
-      slot = std::strcmp(name, node_names::Channel) == 0 ? &found.Channel : nullptr;
+      slot = NameIs(name, node_names::Channel) ? &found.Channel : nullptr;
       break;
     case 'L':
-      slot = std::strcmp(name, node_names::Level) == 0 ? &found.Level : nullptr;
+      slot = NameIs(name, node_names::Level) ? &found.Level : nullptr;
       break;
     case 'S':
-      slot = std::strcmp(name, node_names::Security) == 0 ? &found.Security : nullptr;
+      slot = NameIs(name, node_names::Security) ? &found.Security : nullptr;
       break;
     default:
       break;
@@ -180,12 +227,12 @@ SFoundNodes FindNodes(const pugi::xml_document& document)
     if (node.type() != pugi::node_element)
       continue;
     const char* name = node.name();
-    if (std::strcmp(name, node_names::System) == 0)
+    if (NameIs(name, node_names::System))
     {
       if (!found.Provider && !found.EventID && !found.Channel)
         FindSystemNodes(node, found);
     }
-    else if (!found.EventData && std::strcmp(name, node_names::EventData) == 0)
+    else if (!found.EventData && NameIs(name, node_names::EventData))
     {
       found.EventData = node;
     }
@@ -299,6 +346,32 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
     {
       // Sixteen ASCII characters at a time: most of an event's XML is markup and ASCII text.
       const __m128i high = _mm_set1_epi32(~0x7F);
+      const auto isAscii = [&high](__m128i bits) {
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(bits, high), _mm_setzero_si128())) == 0xFFFF;
+      };
+      const auto narrow = [](__m128i a, __m128i b, __m128i c, __m128i d) {
+        return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+      };
+      // Thirty-two while the text stays ASCII, with one test per block.
+      while (i + 32 <= size)
+      {
+        const auto* from = reinterpret_cast<const __m128i*>(wide.data() + i);
+        const __m128i a = _mm_loadu_si128(from);
+        const __m128i b = _mm_loadu_si128(from + 1);
+        const __m128i c = _mm_loadu_si128(from + 2);
+        const __m128i d = _mm_loadu_si128(from + 3);
+        const __m128i e = _mm_loadu_si128(from + 4);
+        const __m128i f = _mm_loadu_si128(from + 5);
+        const __m128i g = _mm_loadu_si128(from + 6);
+        const __m128i h = _mm_loadu_si128(from + 7);
+        if (!isAscii(_mm_or_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)),
+                                  _mm_or_si128(_mm_or_si128(e, f), _mm_or_si128(g, h)))))
+          break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), narrow(a, b, c, d));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), narrow(e, f, g, h));
+        out += 32;
+        i += 32;
+      }
       while (i + 16 <= size)
       {
         const auto* from = reinterpret_cast<const __m128i*>(wide.data() + i);
@@ -306,11 +379,9 @@ std::size_t WideToUtf8(std::wstring_view wide, std::vector<char>& buffer)
         const __m128i b = _mm_loadu_si128(from + 1);
         const __m128i c = _mm_loadu_si128(from + 2);
         const __m128i d = _mm_loadu_si128(from + 3);
-        const __m128i any = _mm_and_si128(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d)), high);
-        if (_mm_movemask_epi8(_mm_cmpeq_epi8(any, _mm_setzero_si128())) != 0xFFFF)
+        if (!isAscii(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))))
           break;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
-                         _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), narrow(a, b, c, d));
         out += 16;
         i += 16;
       }
@@ -365,7 +436,8 @@ void WideToUtf8(std::wstring_view wide, std::string& out)
 
 void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
 {
-  std::size_t length = WideToUtf8(xml, m_utf8);
+  const std::size_t converted = WideToUtf8(xml, m_utf8);
+  std::size_t length = converted;
   // The rendered text may carry its terminating zero; the document ends before it. Only a zero
   // character becomes a zero byte, and the UTF-8 form (a byte per ASCII character) is quicker to
   // search than the wide one.
@@ -389,15 +461,19 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   if (!parsed)
     KELDA_THROW(CHResultException(E_FAIL, L"The event XML is not well-formed"));
 
+  // One byte per character: every character is ASCII.
+  const bool inPlace = converted == xml.size() && (options & (pugi::parse_eol | pugi::parse_escapes)) == 0;
+  const CValueSource source(m_utf8.data(), length, inPlace ? xml.data() : nullptr);
+
   const SFoundNodes found = FindNodes(m_document);
-  AssignAttribute(found.Provider, node_names::Name, text.Provider);
-  AssignAttribute(found.TimeCreated, node_names::SystemTime, text.SystemTime);
-  AssignText(found.EventRecordID, text.EventRecordId);
-  AssignText(found.Channel, text.Channel);
-  AssignText(found.Level, text.Level);
-  AssignText(found.EventID, text.EventId);
-  AssignAttribute(found.EventID, node_names::Qualifiers, text.Qualifiers);
-  AssignAttribute(found.Security, node_names::UserID, text.UserId);
+  AssignAttribute(source, found.Provider, node_names::Name, text.Provider);
+  AssignAttribute(source, found.TimeCreated, node_names::SystemTime, text.SystemTime);
+  AssignText(source, found.EventRecordID, text.EventRecordId);
+  AssignText(source, found.Channel, text.Channel);
+  AssignText(source, found.Level, text.Level);
+  AssignText(source, found.EventID, text.EventId);
+  AssignAttribute(source, found.EventID, node_names::Qualifiers, text.Qualifiers);
+  AssignAttribute(source, found.Security, node_names::UserID, text.UserId);
   // A list moved out with the values comes back empty: sized as the last one, it grows once.
   if (text.Data.capacity() < m_lastDataCount)
     text.Data.reserve(m_lastDataCount);
@@ -422,11 +498,11 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
   // Text before EventData's first child is the element's own value (parse_embed_pcdata): the
   // first item, as its text node would have been.
   if (const char* leading = found.EventData.value(); *leading != '\0')
-    AppendUtf8(nextItem(), leading);
+    source.Append(leading, nextItem());
   for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
   {
     if (child.type() == pugi::node_element || IsText(child))
-      AppendText(child, nextItem());
+      AppendText(source, child, nextItem());
   }
   while (text.Data.size() > count)
   {
@@ -444,8 +520,11 @@ SEventValues MakeEventValues(SEventXmlText& text)
   values.CreatedTime = ParseEventTime(text.SystemTime);
   values.EventType = EventTypeFromLevel(WToI(text.Level));
   values.Data = std::move(text.Data);
-  values.EventCode = WToI(text.EventId);
-  values.InternalId = MakeInternalId(WToI64(text.Qualifiers), WToI64(text.EventId));
+  // _wtoi is _wtoi64 held to the int range (both saturate): the identifier is read once.
+  const __int64 eventId = WToI64(text.EventId);
+  values.EventCode = static_cast<int>(std::clamp<__int64>(eventId, std::numeric_limits<int>::min(),
+                                                            std::numeric_limits<int>::max()));
+  values.InternalId = MakeInternalId(WToI64(text.Qualifiers), eventId);
   values.RecordId = WToI(text.EventRecordId);
   text.Provider.clear();
   text.Data.clear();

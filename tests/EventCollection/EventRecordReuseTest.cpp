@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -18,6 +19,7 @@ namespace
 {
 using namespace events_test;
 using collector::ni::FieldValue;
+using collector::ni::IField;
 using collector::ni::impl::CField;
 using collector::ni::impl::CKey;
 using collector::ni::impl::CRecordOnVector;
@@ -208,5 +210,78 @@ TEST(RecordRecycler, ARecordLetGoAfterTheRecyclerIsGoneIsDeleted)
   EXPECT_FALSE(watch.expired());
   lent.reset();
   EXPECT_TRUE(watch.expired());
+}
+
+// Hands each record to a function and keeps nothing.
+class CCallbackSubscriber : public ICollectionTypes::ISubscriber
+{
+public:
+  explicit CCallbackSubscriber(std::function<void(const std::shared_ptr<IRecord>&)> onRecord)
+    : m_onRecord(std::move(onRecord))
+  {
+  }
+  void OnRecords(const GUID&, ICollectionTypes::Records records) override
+  {
+    for (const auto& record : records)
+      m_onRecord(record);
+  }
+  void OnStateChanged(const GUID&, const ICollectionTypes::IState&) override {}
+
+private:
+  std::function<void(const std::shared_ptr<IRecord>&)> m_onRecord;
+};
+
+class EventKeyReuse : public EventRecordReuse
+{
+protected:
+  // One update of the written events, with only `onRecord` subscribed.
+  void UpdateWith(std::function<void(const std::shared_ptr<IRecord>&)> onRecord)
+  {
+    WriteEvents();
+    auto other = parts.Make(host.Path().wstring());
+    other->Subscribe(std::make_shared<CCallbackSubscriber>(std::move(onRecord)));
+    auto filters = Filters({L"Application"});
+    other->SetFilter(filters);
+    other->UpdateOnce();
+  }
+};
+
+// The key's field of a record no one holds any more is written with the next event's value
+// rather than made again: a weak reference to the first event's key field finds it in every
+// later record, with that record's value.
+TEST_F(EventKeyReuse, TheKeyFieldOfARecordThatCameBackCarriesTheNextEvent)
+{
+  std::weak_ptr<IField> firstField;
+  std::vector<bool> sameField;
+  std::vector<FieldValue> keyValues;
+  UpdateWith([&](const std::shared_ptr<IRecord>& record) {
+    ASSERT_EQ(record->GetKey()->GetFields().size(), 1u);
+    const std::shared_ptr<IField>& field = record->GetKey()->GetFields().front();
+    EXPECT_EQ(field->GetName(), L"InternalId");
+    if (keyValues.empty())
+      firstField = field;
+    sameField.push_back(firstField.lock() == field);
+    keyValues.push_back(field->GetValue());
+  });
+  ASSERT_EQ(keyValues.size(), 12u);
+  EXPECT_EQ(sameField, std::vector<bool>(12, true));
+  EXPECT_NE(keyValues.front(), keyValues.back());
+}
+
+// A key field a subscriber keeps (without its record) is left as it was: the next event gets a
+// field of its own.
+TEST_F(EventKeyReuse, AKeyFieldKeptByASubscriberIsNotWrittenToByLaterEvents)
+{
+  std::vector<std::shared_ptr<IField>> keyFields;
+  std::vector<FieldValue> keyValues;
+  UpdateWith([&](const std::shared_ptr<IRecord>& record) {
+    keyFields.push_back(record->GetKey()->GetFields().front());
+    keyValues.push_back(keyFields.back()->GetValue());
+  });
+  ASSERT_EQ(keyFields.size(), 12u);
+  for (std::size_t i = 0; i < keyFields.size(); ++i)
+    EXPECT_EQ(keyFields[i]->GetValue(), keyValues[i]) << "event " << i;
+  EXPECT_NE(keyFields.front().get(), keyFields.back().get());
+  EXPECT_NE(keyValues.front(), keyValues.back());
 }
 } // namespace

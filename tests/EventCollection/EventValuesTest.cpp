@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -141,7 +142,11 @@ TEST(ParseEventTime, TheUsualLayoutReadsAsTheGeneralScan)
 {
   // A leading space takes the general path; the fields must not differ.
   for (const std::wstring text : {L"2024-05-01T10:20:30.1234567Z", L"0001-12-31T23:59:59.9995Z",
-                                  L"9999-00-99T99:00:7e1Z", L"2024-05-01T10:20:Z", L"2024-05-01T10:20:-0.5Z"})
+                                  L"9999-00-99T99:00:7e1Z", L"2024-05-01T10:20:Z", L"2024-05-01T10:20:-0.5Z",
+                                  L"2024-05-01T10:20:30.Z", L"2024-05-01T10:20:.5Z", L"2024-05-01T10:20:30.5e",
+                                  L"2024-05-01T10:20:30.5E+1Z", L"2024-05-01T10:20:12.3456789012345Z",
+                                  L"2024-05-01T10:20:12.34567890123456Z", L"2024-05-01T10:20:000000000000000030.5Z",
+                                  L"2024-05-01T10:20:30", L"2024-05-01T10:20:.Z", L"2024-05-01T10:20:+3Z"})
   {
     const SScannedEventTime fixed = ScanEventTime(text);
     const SScannedEventTime general = ScanEventTime(L" " + text);
@@ -153,6 +158,26 @@ TEST(ParseEventTime, TheUsualLayoutReadsAsTheGeneralScan)
     EXPECT_EQ(fixed.Minute, general.Minute);
     EXPECT_EQ(fixed.Seconds, general.Seconds);
   }
+}
+
+TEST(ParseEventTime, SecondsOfTheUsualLayout)
+{
+  // Each the double nearest the decimal text, as the compiler reads the literal.
+  const std::pair<const wchar_t*, double> cases[] = {
+    {L"2024-05-01T10:20:30.1234567Z", 30.1234567},   {L"2018-08-07T19:29:24.5282279Z", 24.5282279},
+    {L"2024-05-01T10:20:59.9999999Z", 59.9999999},   {L"2024-05-01T10:20:00.0000001Z", 0.0000001},
+    {L"2024-05-01T10:20:7Z", 7.0},                   {L"2024-05-01T10:20:12.3456789012345Z", 12.3456789012345},
+    {L"2024-05-01T10:20:12.34567890123456Z", 12.34567890123456}, {L"2024-05-01T10:20:30.5e1Z", 305.0},
+    {L"2024-05-01T10:20:.25Z", 0.25},                {L"2024-05-01T10:20:30.", 30.0}};
+  for (const auto& [text, seconds] : cases)
+  {
+    const SScannedEventTime scanned = ScanEventTime(text);
+    EXPECT_EQ(scanned.Items, 6) << text;
+    EXPECT_EQ(scanned.Seconds, seconds) << text;
+  }
+  // No digit: the seconds are not read.
+  EXPECT_EQ(ScanEventTime(L"2024-05-01T10:20:.Z").Items, 5);
+  EXPECT_EQ(ScanEventTime(L"2024-05-01T10:20:Z").Items, 5);
 }
 
 TEST(ParseEventTime, FieldsOutOfRangeAreInvalid)

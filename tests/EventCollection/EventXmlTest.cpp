@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdint>
 #include <string>
 
 namespace
@@ -63,6 +65,23 @@ TEST(EventXml, MakesTheRecordValues)
   EXPECT_EQ(st.wMilliseconds, 682);
 }
 
+TEST(EventXml, TheEventCodeIsTheIdentifierHeldToAnInt)
+{
+  const auto values = [](const wchar_t* eventId) {
+    SEventXmlText text = Read(std::wstring(L"<Event><System><EventID Qualifiers='1'>") + eventId +
+                              L"</EventID></System></Event>");
+    return MakeEventValues(text);
+  };
+  EXPECT_EQ(values(L"4624").EventCode, 4624);
+  EXPECT_EQ(values(L"4624").InternalId, 0x10000 | 4624);
+  EXPECT_EQ(values(L"4294967296").EventCode, INT_MAX);
+  EXPECT_EQ(values(L"4294967296").InternalId, 4294967296LL | 0x10000);
+  EXPECT_EQ(values(L"-5").EventCode, -5);
+  EXPECT_EQ(values(L"-5").InternalId, -5);
+  EXPECT_EQ(values(L"-3000000000").EventCode, INT_MIN);
+  EXPECT_EQ(values(L"-3000000000").InternalId, -3000000000LL);
+}
+
 TEST(EventXml, MissingNodesGiveEmptyTexts)
 {
   SEventXmlText text = Read(L"<Event><System><EventID>4624</EventID></System></Event>");
@@ -88,6 +107,28 @@ TEST(EventXml, SystemValuesAndDataAreReadWhereAnEventHasThem)
          L"<EventData><Data>outer</Data></EventData></Event>");
   EXPECT_EQ(text.Channel, L"Security");
   EXPECT_EQ(text.Data, std::vector<std::wstring>{L"outer"});
+}
+
+TEST(EventXml, OnlyElementsOfTheWholeNameAreRead)
+{
+  // Names that begin or end like the wanted ones, ahead of them, are other elements.
+  const SEventXmlText text =
+    Read(L"<Event><Sys/><SystemX><Channel>no</Channel></SystemX><System>"
+         L"<Provide Name='no'/><ProviderX Name='no'/><Provider Name='P'/><EventI>9</EventI><EventIDX>9</EventIDX>"
+         L"<EventRecordI>9</EventRecordI><EventRecordIDs>9</EventRecordIDs><EventRecordID>5</EventRecordID>"
+         L"<EventID>7</EventID><Leve>9</Leve><Level2>9</Level2><Level>2</Level><Channels>no</Channels>"
+         L"<Chan>no</Chan><Channel>C</Channel><TimeCreate SystemTime='no'/><TimeCreated SystemTime='T'/>"
+         L"<SecurityX UserID='no'/><Securit UserID='no'/><Security UserID='U'/></System>"
+         L"<EventDat><Data>no</Data></EventDat><EventDataX><Data>no</Data></EventDataX>"
+         L"<EventData><Data>yes</Data></EventData></Event>");
+  EXPECT_EQ(text.Provider, L"P");
+  EXPECT_EQ(text.EventRecordId, L"5");
+  EXPECT_EQ(text.EventId, L"7");
+  EXPECT_EQ(text.Level, L"2");
+  EXPECT_EQ(text.Channel, L"C");
+  EXPECT_EQ(text.SystemTime, L"T");
+  EXPECT_EQ(text.UserId, L"U");
+  EXPECT_EQ(text.Data, std::vector<std::wstring>{L"yes"});
 }
 
 TEST(EventXml, UserDataEventsHaveNoData)
@@ -122,6 +163,56 @@ TEST(EventXml, LineEndsAreNormalisedOnlyWhereTheTextHasThem)
   EXPECT_EQ(Read(L"<Event><System><Provider Name='p\r\nq'/></System></Event>").Provider, L"p\nq");
   EXPECT_EQ(Read(L"<Event><EventData><Data>no reference here</Data></EventData></Event>").Data,
             (std::vector<std::wstring>{L"no reference here"}));
+}
+
+// An ASCII document without references or carriage returns gives its values from the rendered
+// text; any other is converted back from UTF-8. Both give the same texts.
+TEST(EventXml, AsciiAndOtherDocumentsGiveTheSameTexts)
+{
+  const std::wstring body =
+    L"<System><Provider Name='Prov' Guid='{1}'/><EventID Qualifiers='16384'>4624</EventID><Level>0</Level>"
+    L"<TimeCreated SystemTime='2024-05-01T10:20:30.1234567Z'/><EventRecordID>81</EventRecordID>"
+    L"<Channel>Security</Channel><Security UserID='S-1-5-18'/></System><EventData>lead"
+    L"<Data Name='a'>one</Data><Data><![CDATA[<raw> & ]]></Data><Data>x<b>y</b>z</Data><Data/><Data> </Data>"
+    L"between<Data Name='last'>the end</Data></EventData>";
+  const std::vector<std::wstring> data{L"lead", L"one", L"<raw> & ", L"xyz", L"", L" ", L"between", L"the end"};
+  // ASCII; then one other character; then a reference; then a line end (each outside the values).
+  for (const std::wstring& extra : {std::wstring(), std::wstring(L"<Computer>\x00E9</Computer>"),
+                                    std::wstring(L"<Computer>&amp;</Computer>"), std::wstring(L"<Computer>\r\n</Computer>")})
+  {
+    std::wstring xml = L"<Event>";
+    xml += body;
+    xml += extra;
+    xml += L"</Event>";
+    xml.push_back(L'\0');
+    const SEventXmlText text = Read(xml);
+    EXPECT_EQ(text.Provider, L"Prov");
+    EXPECT_EQ(text.SystemTime, L"2024-05-01T10:20:30.1234567Z");
+    EXPECT_EQ(text.EventRecordId, L"81");
+    EXPECT_EQ(text.Channel, L"Security");
+    EXPECT_EQ(text.Level, L"0");
+    EXPECT_EQ(text.EventId, L"4624");
+    EXPECT_EQ(text.Qualifiers, L"16384");
+    EXPECT_EQ(text.UserId, L"S-1-5-18");
+    EXPECT_EQ(text.Data, data);
+  }
+}
+
+// Values of an ASCII document read from the rendered text are appended where the text stands,
+// whatever precedes them, and end where the value ends.
+TEST(EventXml, AsciiValuesAreTheRenderedCharacters)
+{
+  std::wstring xml = L"<Event><EventData>";
+  std::vector<std::wstring> expected;
+  for (int i = 0; i < 40; ++i)
+  {
+    std::wstring value(static_cast<std::size_t>(i * 3), static_cast<wchar_t>(L'a' + i % 26));
+    value += std::to_wstring(i);
+    xml += L"<Data Name='n" + std::to_wstring(i) + L"'>" + value + L"</Data>";
+    expected.push_back(value);
+  }
+  xml += L"</EventData></Event>";
+  EXPECT_EQ(Read(xml).Data, expected);
 }
 
 TEST(EventXml, StopsAtTheTerminatingZero)
@@ -176,7 +267,7 @@ TEST(Utf8, InvalidSequencesBecomeReplacementCharacters)
 // against those blocks, and text that appends to what is already there.
 TEST(Utf8, RoundTripsAroundTheAsciiBlocks)
 {
-  for (std::size_t before = 0; before < 40; ++before)
+  for (std::size_t before = 0; before < 80; ++before)
   {
     const std::wstring wide = std::wstring(before, L'x') + L"\x00E9" + std::wstring(33, L'y') + L"\U0001F600z";
     std::string utf8;
@@ -185,6 +276,27 @@ TEST(Utf8, RoundTripsAroundTheAsciiBlocks)
     std::wstring back = L"kept";
     AppendUtf8(back, utf8);
     ASSERT_EQ(back, L"kept" + wide) << before;
+  }
+}
+// Characters that are no Unicode scalar value become U+FFFD wherever they stand in long ASCII
+// runs (the blocks of sixteen and thirty-two characters).
+TEST(Utf8, ValuesBeyondUnicodeInAsciiRunsAreReplaced)
+{
+  if constexpr (sizeof(wchar_t) == 4)
+  {
+    for (const auto bad : {static_cast<std::uint32_t>(0x110000), static_cast<std::uint32_t>(0xFFFFFFFF),
+                           static_cast<std::uint32_t>(0x80000000), static_cast<std::uint32_t>(0xD800)})
+    {
+      for (std::size_t before = 0; before < 70; before += 3)
+      {
+        std::wstring wide(before, L'a');
+        wide.push_back(static_cast<wchar_t>(bad));
+        wide += std::wstring(40, L'b');
+        std::string utf8;
+        WideToUtf8(wide, utf8);
+        ASSERT_EQ(utf8, std::string(before, 'a') + "\xEF\xBF\xBD" + std::string(40, 'b')) << before << " " << bad;
+      }
+    }
   }
 }
 } // namespace

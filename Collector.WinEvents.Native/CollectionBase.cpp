@@ -324,7 +324,7 @@ void CCollectionBase::Run()
   {
     KELDA_THROW(CKeldaException(L"Collection is not owned by a std::shared_ptr"));
   }
-  std::exception_ptr failure;
+  std::uint64_t generation = 0;
   {
     const std::lock_guard lock(m_stateLock);
     // A collection that is starting, running or stopping ignores a second start.
@@ -333,8 +333,19 @@ void CCollectionBase::Run()
       return;
     }
     m_internalState.store(InternalStarting);
-    const std::uint64_t generation = m_generation.fetch_add(1) + 1;
+    generation = m_generation.fetch_add(1) + 1;
     setStateLocked(Starting, {});
+  }
+  // Subscribers hear of Starting before the first update exists, so no record can come first.
+  deliverStates();
+  std::exception_ptr failure;
+  {
+    const std::lock_guard lock(m_stateLock);
+    // A stop (maybe from a subscriber of Starting) may have ended this run meanwhile.
+    if (m_internalState.load() != InternalStarting || m_generation.load() != generation)
+    {
+      return;
+    }
     try
     {
       std::shared_ptr<ICancellation> token = create_child_cancellation(m_parentToken);

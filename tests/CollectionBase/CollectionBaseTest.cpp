@@ -314,6 +314,59 @@ TEST_F(CollectionBaseTest, StateNotificationsKeepTheOrderOfTheChanges)
   EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
 }
 
+TEST_F(CollectionBaseTest, NoUpdateBeginsBeforeSubscribersHaveHeardOfStarting)
+{
+  Make(1);
+  m_collection->Script({Step::Succeed});
+  // The thread announcing Starting is held before the subscribers hear of it.
+  auto gate = std::make_shared<CLineGate>(L"New state: Starting");
+  CKeldaLogger::instance().addSink(gate);
+  auto started = std::async(std::launch::async, [this] { m_collection->Run(); });
+  ASSERT_TRUE(gate->WaitHeld());
+  // An update queued by now would have run on the only worker: its records could come first.
+  WaitForPool();
+  EXPECT_EQ(m_collection->Calls(), 0);
+  EXPECT_TRUE(m_subscriber->States().empty());
+  gate->Open();
+  ASSERT_EQ(started.wait_for(waitLimit), std::future_status::ready);
+  CKeldaLogger::instance().removeSink(gate);
+  started.get();
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running));
+  EXPECT_EQ(m_collection->Calls(), 1);
+  EXPECT_EQ(m_subscriber->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Running}));
+}
+
+TEST_F(CollectionBaseTest, StopFromASubscriberOfStartingEndsTheRunWithoutAnUpdate)
+{
+  class CStopOnStarting : public CRecordingSubscriber
+  {
+  public:
+    std::weak_ptr<CScriptedCollection> collection;
+    void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
+    {
+      CRecordingSubscriber::OnStateChanged(id, state);
+      const auto target = collection.lock();
+      if (state.GetState() == ICollectionTypes::Starting && target)
+      {
+        target->Stop(false);
+      }
+    }
+  };
+  Make(1);
+  m_collection->Script({Step::Succeed});
+  auto stopper = std::make_shared<CStopOnStarting>();
+  stopper->collection = m_collection;
+  m_collection->Subscribe(stopper);
+  m_collection->Run();
+  WaitForPool();
+  EXPECT_EQ(Sink().Count(L"Update started"), 0u);
+  EXPECT_EQ(m_collection->Calls(), 0);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Stopped);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  EXPECT_EQ(stopper->States(), (std::vector<States>{ICollectionTypes::Starting, ICollectionTypes::Stopping,
+                                                    ICollectionTypes::Stopped}));
+}
+
 TEST_F(CollectionBaseTest, UpdateOfAnEarlierRunLeavesTheNewRunAlone)
 {
   // When the first run reports Stopped, its update still holds the in-progress flag: the

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <string_view>
+
 namespace
 {
 using evtx::ValueType;
@@ -13,6 +16,15 @@ std::string Text(const WriterValue& v, evtx::TextEscape escape = evtx::TextEscap
 {
   std::string out;
   evtx::AppendValueText(out, evtx::Value{v.type, v.bytes.data(), static_cast<std::uint32_t>(v.bytes.size())}, escape);
+  return out;
+}
+
+// before + middle + after, built in one string.
+std::string Joined(std::string_view before, std::string_view middle, std::string_view after)
+{
+  std::string out;
+  out.reserve(before.size() + middle.size() + after.size());
+  out.append(before).append(middle).append(after);
   return out;
 }
 
@@ -156,8 +168,8 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
     for (std::size_t at = 0; at < 34; ++at)
     {
       const std::string before(at, 'a'), after(40 - at, 'b');
-      const std::string raw = before + c + after;
-      const std::string expected = before + escaped + after;
+      const std::string raw = Joined(before, std::string_view(&c, 1), after);
+      const std::string expected = Joined(before, escaped, after);
       EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::XmlOneLine), expected) << at;
       if (static_cast<unsigned char>(c) < 0x80)
       {
@@ -184,9 +196,10 @@ TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
       for (std::size_t at = 0; at < length; ++at)
       {
         const std::string before(at, 'a'), after(length - at - 1, 'b');
-        const WriterValue value = WriterValue::Text(before + c + after);
-        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), before + escaped + after) << length << " " << at;
-        EXPECT_EQ(Text(value), before + c + after) << length << " " << at;
+        const std::string raw = Joined(before, c, after);
+        const WriterValue value = WriterValue::Text(raw);
+        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), Joined(before, escaped, after)) << length << " " << at;
+        EXPECT_EQ(Text(value), raw) << length << " " << at;
       }
     }
   }

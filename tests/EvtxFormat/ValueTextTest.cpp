@@ -48,6 +48,31 @@ TEST(ValueText, Integers)
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
 }
 
+// Unsigned numbers are written two digits at a time: every count of digits, with the digits
+// that end and start each pair.
+TEST(ValueText, UnsignedNumbersOfEveryLength)
+{
+  std::uint64_t power = 1;
+  for (int digits = 1; digits <= 19; ++digits, power *= 10)
+  {
+    for (const std::uint64_t n : {power, 2 * power - 1, 10 * power - 1, 7 * power + 3})
+    {
+      EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      if (n <= 0xffffffffu)
+      {
+        EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      }
+      if (n <= 0xffffu)
+      {
+        EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt16, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      }
+    }
+  }
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 100)), "100");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 1000000007)), "1000000007");
+}
+
 // Pointer-sized values as Windows shows them: 4624's ProcessId is 0x44c in Microsoft's example.
 TEST(ValueText, SizeTIsLowerCaseHex)
 {

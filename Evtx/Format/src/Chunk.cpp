@@ -155,17 +155,26 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   elementSubsts.clear();
   compiled.clear();
   templateIndex.clear();
+  recentTemplates.fill(RecentTemplate{});
   names.clear();
+  recentNames.fill(RecentName{});
   namesHaveControls = false;
   subs.clear();
 }
 
 bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
 {
+  RecentName& recent = recentNames[(offset * 0x9e3779b1u) >> 26];
+  if (recent.offset == offset)
+  {
+    out = recent.name;
+    return true;
+  }
   const auto found = names.find(offset);
   if (found != names.end())
   {
     out = found->second;
+    recent = {offset, out};
     return true;
   }
   if (offset > kChunkSize - 8)
@@ -178,15 +187,30 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
   for (const char c : name)
     namesHaveControls |= static_cast<unsigned char>(c) < 0x20;
   out = names.emplace(offset, std::move(name)).first->second;
+  recent = {offset, out};
   return true;
 }
 
 Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
 {
   const std::uint32_t key = anonymous ? (offset | kAnonymousKey) : offset;
-  const auto found = templateIndex.find(key);
-  if (found != templateIndex.end() && (!tree || compiled[found->second].hasTree))
-    return compiled[found->second];
+  RecentTemplate& recent = recentTemplates[(key * 0x9e3779b1u) >> 28];
+  std::uint32_t index = kNone;
+  if (recent.key == key)
+  {
+    index = recent.index;
+  }
+  else
+  {
+    const auto found = templateIndex.find(key);
+    if (found != templateIndex.end())
+    {
+      index = found->second;
+      recent = {key, index};
+    }
+  }
+  if (index != kNone && (!tree || compiled[index].hasTree))
+    return compiled[index];
   Compiled result;
   if (anonymous)
   {
@@ -216,13 +240,15 @@ Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymou
         shared->Store().Add(*this, offset, shape, result, textBegin, substsBegin);
     }
   }
-  if (found != templateIndex.end())
+  if (index != kNone)
   {
-    compiled[found->second] = result;
+    compiled[index] = result;
     return result;
   }
-  templateIndex.emplace(key, static_cast<std::uint32_t>(compiled.size()));
+  index = static_cast<std::uint32_t>(compiled.size());
+  templateIndex.emplace(key, index);
   compiled.push_back(result);
+  recent = {key, index};
   return result;
 }
 
@@ -265,19 +291,24 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   if (count > (end - pos) / 4)
     return Status::Truncated;
   const std::uint8_t* descriptor = data + pos;
-  std::uint32_t valuePos = pos + 4 * count;
+  const std::uint32_t valuesBegin = pos + 4 * count;
+  out.descriptors = descriptor;
   out.base = static_cast<std::uint32_t>(subs.size());
   out.count = count;
+  // Each value's offset, checked once at the end: the values fit when their sizes' sum does
+  // (at most 16 Ki sizes of 16 bits, so the sum cannot wrap).
+  subs.resize(out.base + std::size_t(count));
+  std::uint32_t* offsets = subs.data() + out.base;
+  std::uint32_t used = 0;
   for (std::uint32_t i = 0; i < count; ++i, descriptor += 4)
   {
-    const std::uint32_t size = Le16(descriptor);
-    if (size > end - valuePos)
-    {
-      subs.resize(out.base);
-      return Status::Truncated;
-    }
-    subs.push_back(Value{descriptor[2], data + valuePos, size});
-    valuePos += size;
+    offsets[i] = valuesBegin + used;
+    used += Le16(descriptor);
+  }
+  if (used > end - valuesBegin)
+  {
+    subs.resize(out.base);
+    return Status::Truncated;
   }
   return Status::Ok;
 }

@@ -13,8 +13,10 @@
 #include "Evtx/Event.h"
 #include "Evtx/TemplateCache.h"
 #include "Evtx/ValueText.h"
+#include "Bytes.h"
 #include "TextBuffer.h"
 
+#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -96,11 +98,13 @@ struct Compiled
   bool hasTree = false;        // root is set: compiled for decoding too
 };
 
-// A fragment opened for instantiation: its compiled template and its substitution values
-// (subs[base, base+count) of the chunk's value stack).
+// A fragment opened for instantiation: its compiled template and its substitution values,
+// described by the instance's descriptors (size and type, 4 bytes each) and located by
+// subs[base, base+count) of the chunk's offset stack.
 struct OpenedFragment
 {
   Compiled compiled;
+  const std::uint8_t* descriptors = nullptr;
   std::uint32_t base = 0;
   std::uint32_t count = 0;
 };
@@ -119,10 +123,27 @@ struct Chunk::Impl
   std::vector<std::uint32_t> elementSubsts;
   std::vector<detail::Compiled> compiled;
   std::unordered_map<std::uint32_t, std::uint32_t> templateIndex;
+  // The templates looked up last, by key, in front of templateIndex: a chunk's records use
+  // few templates, and every record looks its own up.
+  struct RecentTemplate
+  {
+    std::uint32_t key = detail::kNone;
+    std::uint32_t index = 0;
+  };
+  std::array<RecentTemplate, 16> recentTemplates;
   std::unordered_map<std::uint32_t, std::string> names;
+  // The names looked up last, by chunk offset, in front of names (for the same reason).
+  struct RecentName
+  {
+    std::uint32_t offset = detail::kNone;
+    std::string_view name;
+  };
+  std::array<RecentName, 64> recentNames;
   // Some name holds a control that one-line XML rewrites (rare: templates check only then).
   bool namesHaveControls = false;
-  std::vector<Value> subs;
+  // Chunk offsets of the open fragments' substitution values: only these are worked out when
+  // a fragment opens; a value is made from its descriptor when it is used.
+  std::vector<std::uint32_t> subs;
   // Work left for the record being decoded: a template may use a nested fragment many times,
   // so nesting alone does not bound the work on hostile input.
   std::uint64_t budget = 0;
@@ -155,16 +176,20 @@ private:
   {
     if (index == item.subst)
       return item.value;
-    return index < fragment.count ? subs[fragment.base + index] : Value{};
+    if (index >= fragment.count)
+      return Value{};
+    const std::uint8_t* descriptor = fragment.descriptors + 4 * std::size_t(index);
+    return Value{descriptor[2], data + subs[fragment.base + index], detail::Le16(descriptor)};
   }
   Status Run(const detail::OpenedFragment& fragment, detail::TextBuffer& out, TextEscape escape,
              int depth);
   // One-line output: rewrites what was rendered from `from` on when its literal text holds
   // line breaks or controls XML forbids.
   static void RewriteOneLine(detail::TextBuffer& out, std::size_t from, bool lineBreaks, bool controls);
-  // Appends a substitution's value (nothing for a NULL one).
-  Status AppendSubstitution(const Value& value, detail::TextBuffer& out, TextEscape escape,
-                            int depth);
+  // Appends a substitution's value (nothing for a NULL one). Inlined, so that a value costs the
+  // renderer one call, into the formatter.
+  [[gnu::always_inline]] inline Status AppendSubstitution(const Value& value, detail::TextBuffer& out,
+                                                          TextEscape escape, int depth);
   // The part of a ContentSubst op after its prefix: '>', the value, and the closing text (or
   // "/>" when the value shows nothing). Inlined: it runs for most values of a record.
   [[gnu::always_inline]] inline Status AppendContent(const detail::Op& op, const Value& value, detail::TextBuffer& out,

@@ -35,6 +35,12 @@ bool IsNullType(const Value& value) noexcept
   return value.BaseType() == ValueType::Null;
 }
 
+// The name in an entry of Chunk::Impl::names, "</name> name='<name" (the name three times).
+std::string_view NameIn(const std::string& tags) noexcept
+{
+  return std::string_view(tags).substr(2, (tags.size() - 7) / 3);
+}
+
 // Offset of the next record in [from, end) whose signature and both size fields agree, or end.
 std::uint32_t NextIntactRecord(const std::uint8_t* data, std::uint32_t from, std::uint32_t end)
 {
@@ -159,7 +165,7 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   names.clear();
   recentNames.fill(RecentName{});
   namesHaveControls = false;
-  subs.clear();
+  subsTop = 0;
 }
 
 bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
@@ -173,7 +179,7 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
   const auto found = names.find(offset);
   if (found != names.end())
   {
-    out = found->second;
+    out = NameIn(found->second);
     recent = {offset, out};
     return true;
   }
@@ -182,11 +188,16 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
   const std::uint32_t units = Le16(data + offset + 6);
   if (offset + 8 + 2 * units > kChunkSize)
     return false;
-  std::string name;
-  AppendUtf16(name, data + offset + 8, units, TextEscape::None);
-  for (const char c : name)
-    namesHaveControls |= static_cast<unsigned char>(c) < 0x20;
-  out = names.emplace(offset, std::move(name)).first->second;
+  std::string tags = "</";
+  AppendUtf16(tags, data + offset + 8, units, TextEscape::None);
+  const std::size_t length = tags.size() - 2;
+  for (std::size_t i = 2; i < tags.size(); ++i)
+    namesHaveControls |= static_cast<unsigned char>(tags[i]) < 0x20;
+  tags += "> ";
+  tags.append(tags, 2, length);
+  tags += "='<";
+  tags.append(tags, 2, length);
+  out = NameIn(names.emplace(offset, std::move(tags)).first->second);
   recent = {offset, out};
   return true;
 }
@@ -262,7 +273,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   if (data[pos] != 0x0c)
   {
     out.compiled = Get(pos, end, true, tree);
-    out.base = static_cast<std::uint32_t>(subs.size());
+    out.base = subsTop;
     out.count = 0;
     return out.compiled.status;
   }
@@ -293,11 +304,12 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   const std::uint8_t* descriptor = data + pos;
   const std::uint32_t valuesBegin = pos + 4 * count;
   out.descriptors = descriptor;
-  out.base = static_cast<std::uint32_t>(subs.size());
+  out.base = subsTop;
   out.count = count;
   // Each value's offset, checked once at the end: the values fit when their sizes' sum does
   // (at most 16 Ki sizes of 16 bits, so the sum cannot wrap).
-  subs.resize(out.base + std::size_t(count));
+  if (subs.size() < std::size_t(subsTop) + count)
+    subs.resize(std::size_t(subsTop) + count);
   std::uint32_t* offsets = subs.data() + out.base;
   std::uint32_t used = 0;
   for (std::uint32_t i = 0; i < count; ++i, descriptor += 4)
@@ -306,10 +318,8 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
     used += Le16(descriptor);
   }
   if (used > end - valuesBegin)
-  {
-    subs.resize(out.base);
     return Status::Truncated;
-  }
+  subsTop += count;
   return Status::Ok;
 }
 
@@ -344,11 +354,11 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, detai
     out.resize(start);
   }
   OpenedFragment fragment;
-  const std::size_t mark = subs.size();
+  const std::uint32_t mark = subsTop;
   Status status = Open(begin, end, false, fragment);
   if (status == Status::Ok)
     status = Run(fragment, out, escape, depth);
-  subs.resize(mark);
+  subsTop = mark;
   return status;
 }
 
@@ -607,7 +617,7 @@ Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, Event
   if (depth > detail::kMaxFragmentDepth)
     return Status::TooDeep;
   OpenedFragment fragment;
-  const std::size_t mark = subs.size();
+  const std::uint32_t mark = subsTop;
   Status status = Open(begin, end, true, fragment);
   for (std::uint32_t child = status == Status::Ok ? tnodes[fragment.compiled.root].firstChild : kNone;
        child != kNone && status == Status::Ok; child = tnodes[child].nextSibling)
@@ -624,7 +634,7 @@ Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, Event
       status = Instantiate(child, fragment, tree, parent, depth, Item{});
     }
   }
-  subs.resize(mark);
+  subsTop = mark;
   return status;
 }
 

@@ -131,6 +131,8 @@ struct Chunk::Impl
     std::uint32_t index = 0;
   };
   std::array<RecentTemplate, 16> recentTemplates;
+  // Each name is kept as "</name> name='<name": the views Name gives are its first name, so
+  // that a renderer writes each tag of an element or attribute in one piece (the Tag functions).
   std::unordered_map<std::uint32_t, std::string> names;
   // The names looked up last, by chunk offset, in front of names (for the same reason).
   struct RecentName
@@ -144,12 +146,27 @@ struct Chunk::Impl
   // Chunk offsets of the open fragments' substitution values: only these are worked out when
   // a fragment opens; a value is made from its descriptor when it is used.
   std::vector<std::uint32_t> subs;
+  // The stack's top: subs only grows, so that opening a fragment writes no zeros.
+  std::uint32_t subsTop = 0;
   // Work left for the record being decoded: a template may use a nested fragment many times,
   // so nesting alone does not bound the work on hostile input.
   std::uint64_t budget = 0;
   std::size_t outputLimit = 0;
 
   void Reset(const std::uint8_t* chunkData);
+  // "<name", "</name>" and " name='" of a name Name gave.
+  static std::string_view OpenTag(std::string_view name) noexcept
+  {
+    return {name.data() + 2 * name.size() + 4, name.size() + 1};
+  }
+  static std::string_view CloseTag(std::string_view name) noexcept
+  {
+    return {name.data() - 2, name.size() + 3};
+  }
+  static std::string_view AttributeTag(std::string_view name) noexcept
+  {
+    return {name.data() + name.size() + 1, name.size() + 3};
+  }
   // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk.
   bool Name(std::uint32_t offset, std::string_view& out);
   // Compiled template for a definition offset, or for an element fragment starting at `offset`

@@ -185,8 +185,7 @@ private:
     const auto textStart = static_cast<std::uint32_t>(text_.size());
     {
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_ += '<';
-      text_.append(name);
+      text_.append(Chunk::Impl::OpenTag(name));
       EmitAppended(from);
     }
     if (hasAttributes)
@@ -206,9 +205,7 @@ private:
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_ += ' ';
-        text_.append(attributeName);
-        text_ += "='";
+        text_.append(Chunk::Impl::AttributeTag(attributeName));
         const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
         if (!direct_)
           impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
@@ -284,15 +281,11 @@ private:
         }
         if (direct_)
         {
-          text_ += "</";
-          text_.append(name);
-          text_ += '>';
+          text_.append(Chunk::Impl::CloseTag(name));
           return;
         }
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_ += "</";
-        text_.append(name);
-        text_ += '>';
+        text_.append(Chunk::Impl::CloseTag(name));
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
                                static_cast<std::uint32_t>(text_.size()) - from});
         if (substs_.size() > substsBegin)
@@ -447,12 +440,12 @@ private:
       if (!Need(pos, 3))
         return;
       const std::uint16_t code = Le16(d_ + pos + 1);
-      char digits[8];
-      const auto end = std::to_chars(digits, digits + sizeof digits, code).ptr;
+      // "&#" and ';' around the code, written in one piece.
+      char reference[32] = {'&', '#'};
+      char* end = std::to_chars(reference + 2, reference + sizeof reference - 1, code).ptr;
+      *end++ = ';';
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_ += "&#";
-      text_.append(digits, end);
-      text_ += ';';
+      text_.append(reference, end);
       EmitAppended(from);
       TNode node = MakeNode(NodeKind::CharRef);
       node.charRef = code;

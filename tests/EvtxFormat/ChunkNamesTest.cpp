@@ -1,5 +1,5 @@
-// A chunk's name table: names read once and found again (through the recent-names slots and
-// behind them), each with the tags an element or attribute of that name writes.
+// A chunk's name table: names read once and found again (also after the table grew), each with
+// the tags an element or attribute of that name writes.
 #include "ChunkImpl.h"
 
 #include <gtest/gtest.h>
@@ -23,8 +23,7 @@ void PutName(std::vector<std::uint8_t>& chunk, std::uint32_t offset, const std::
   }
 }
 
-// Names in the order they are asked for, many more than the recent slots hold, so that most
-// second look-ups find them behind the slots; one is outside the BMP.
+// More names than the table first has room for, asked for twice; one is outside the BMP.
 TEST(ChunkNames, EveryNameIsFoundAgainWithItsTags)
 {
   std::vector<std::uint8_t> chunk(evtx::kChunkSize, 0);
@@ -53,9 +52,9 @@ TEST(ChunkNames, EveryNameIsFoundAgainWithItsTags)
       std::string_view name;
       ASSERT_TRUE(impl.Name(offset, name)) << offset;
       EXPECT_EQ(name, utf8) << round;
-      EXPECT_EQ(Chunk::Impl::OpenTag(name), "<" + utf8) << round;
-      EXPECT_EQ(Chunk::Impl::CloseTag(name), "</" + utf8 + ">") << round;
-      EXPECT_EQ(Chunk::Impl::AttributeTag(name), " " + utf8 + "='") << round;
+      EXPECT_EQ(evtx::detail::NameTable::OpenTag(name), "<" + utf8) << round;
+      EXPECT_EQ(evtx::detail::NameTable::CloseTag(name), "</" + utf8 + ">") << round;
+      EXPECT_EQ(evtx::detail::NameTable::AttributeTag(name), " " + utf8 + "='") << round;
     }
   }
   EXPECT_FALSE(impl.namesHaveControls);
@@ -77,5 +76,41 @@ TEST(ChunkNames, AResetChunkReadsItsOwnNames)
   EXPECT_EQ(name, "New\x01");
   EXPECT_TRUE(impl.namesHaveControls);
   EXPECT_FALSE(impl.Name(evtx::kChunkSize - 4, name));
+}
+} // namespace
+
+namespace
+{
+using evtx::detail::NameTable;
+
+// Names longer than a block of the table's text, among short ones, kept over a Clear that
+// reuses the blocks: every view reads its own name.
+TEST(NameTable, LongAndShortNamesKeepTheirTextAcrossClear)
+{
+  NameTable table;
+  for (int round = 0; round < 2; ++round)
+  {
+    std::vector<std::pair<std::uint32_t, std::string>> added;
+    for (std::uint32_t i = 0; i < 40; ++i)
+    {
+      const char letter = static_cast<char>('a' + (i + round) % 26);
+      const std::string name(i % 5 == 0 ? 7000 + i : 1 + i % 9, letter);
+      std::string_view found;
+      EXPECT_FALSE(table.Find(8 * i, found));
+      EXPECT_EQ(table.Add(8 * i, name), name);
+      added.emplace_back(8 * i, name);
+    }
+    for (const auto& [offset, name] : added)
+    {
+      std::string_view found;
+      ASSERT_TRUE(table.Find(offset, found));
+      EXPECT_EQ(found, name);
+      EXPECT_EQ(NameTable::CloseTag(found), "</" + name + ">");
+      EXPECT_EQ(NameTable::OpenTag(found), "<" + name);
+    }
+    table.Clear();
+    std::string_view none;
+    EXPECT_FALSE(table.Find(0, none));
+  }
 }
 } // namespace

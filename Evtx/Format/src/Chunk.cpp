@@ -35,12 +35,6 @@ bool IsNullType(const Value& value) noexcept
   return value.BaseType() == ValueType::Null;
 }
 
-// The name in an entry of Chunk::Impl::names, "</name> name='<name" (the name three times).
-std::string_view NameIn(const std::string& tags) noexcept
-{
-  return std::string_view(tags).substr(2, (tags.size() - 7) / 3);
-}
-
 // Offset of the next record in [from, end) whose signature and both size fields agree, or end.
 std::uint32_t NextIntactRecord(const std::uint8_t* data, std::uint32_t from, std::uint32_t end)
 {
@@ -162,43 +156,25 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   compiled.clear();
   templateIndex.clear();
   recentTemplates.fill(RecentTemplate{});
-  names.clear();
-  recentNames.fill(RecentName{});
+  names.Clear();
   namesHaveControls = false;
   subsTop = 0;
 }
 
 bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
 {
-  RecentName& recent = recentNames[(offset * 0x9e3779b1u) >> 26];
-  if (recent.offset == offset)
-  {
-    out = recent.name;
+  if (names.Find(offset, out))
     return true;
-  }
-  const auto found = names.find(offset);
-  if (found != names.end())
-  {
-    out = NameIn(found->second);
-    recent = {offset, out};
-    return true;
-  }
   if (offset > kChunkSize - 8)
     return false;
   const std::uint32_t units = Le16(data + offset + 6);
   if (offset + 8 + 2 * units > kChunkSize)
     return false;
-  std::string tags = "</";
-  AppendUtf16(tags, data + offset + 8, units, TextEscape::None);
-  const std::size_t length = tags.size() - 2;
-  for (std::size_t i = 2; i < tags.size(); ++i)
-    namesHaveControls |= static_cast<unsigned char>(tags[i]) < 0x20;
-  tags += "> ";
-  tags.append(tags, 2, length);
-  tags += "='<";
-  tags.append(tags, 2, length);
-  out = NameIn(names.emplace(offset, std::move(tags)).first->second);
-  recent = {offset, out};
+  nameText.clear();
+  AppendUtf16(nameText, data + offset + 8, units, TextEscape::None);
+  for (const char c : nameText)
+    namesHaveControls |= static_cast<unsigned char>(c) < 0x20;
+  out = names.Add(offset, nameText);
   return true;
 }
 

@@ -14,6 +14,7 @@
 #include "Evtx/TemplateCache.h"
 #include "Evtx/ValueText.h"
 #include "Bytes.h"
+#include "NameTable.h"
 #include "TextBuffer.h"
 
 #include <array>
@@ -131,16 +132,9 @@ struct Chunk::Impl
     std::uint32_t index = 0;
   };
   std::array<RecentTemplate, 16> recentTemplates;
-  // Each name is kept as "</name> name='<name": the views Name gives are its first name, so
-  // that a renderer writes each tag of an element or attribute in one piece (the Tag functions).
-  std::unordered_map<std::uint32_t, std::string> names;
-  // The names looked up last, by chunk offset, in front of names (for the same reason).
-  struct RecentName
-  {
-    std::uint32_t offset = detail::kNone;
-    std::string_view name;
-  };
-  std::array<RecentName, 64> recentNames;
+  detail::NameTable names;
+  // Where a name is decoded before the table keeps it.
+  std::string nameText;
   // Some name holds a control that one-line XML rewrites (rare: templates check only then).
   bool namesHaveControls = false;
   // Chunk offsets of the open fragments' substitution values: only these are worked out when
@@ -154,20 +148,9 @@ struct Chunk::Impl
   std::size_t outputLimit = 0;
 
   void Reset(const std::uint8_t* chunkData);
-  // "<name", "</name>" and " name='" of a name Name gave.
-  static std::string_view OpenTag(std::string_view name) noexcept
-  {
-    return {name.data() + 2 * name.size() + 4, name.size() + 1};
-  }
-  static std::string_view CloseTag(std::string_view name) noexcept
-  {
-    return {name.data() - 2, name.size() + 3};
-  }
-  static std::string_view AttributeTag(std::string_view name) noexcept
-  {
-    return {name.data() + name.size() + 1, name.size() + 3};
-  }
-  // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk.
+
+  // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk. Its
+  // tags are NameTable's.
   bool Name(std::uint32_t offset, std::string_view& out);
   // Compiled template for a definition offset, or for an element fragment starting at `offset`
   // (anonymous = true, ending at `end`). Compiles on first use, and again with its node tree

@@ -185,7 +185,7 @@ private:
     const auto textStart = static_cast<std::uint32_t>(text_.size());
     {
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_.append(Chunk::Impl::OpenTag(name));
+      text_.append(NameTable::OpenTag(name));
       EmitAppended(from);
     }
     if (hasAttributes)
@@ -205,7 +205,7 @@ private:
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_.append(Chunk::Impl::AttributeTag(attributeName));
+        text_.append(NameTable::AttributeTag(attributeName));
         const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
         if (!direct_)
           impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
@@ -281,11 +281,11 @@ private:
         }
         if (direct_)
         {
-          text_.append(Chunk::Impl::CloseTag(name));
+          text_.append(NameTable::CloseTag(name));
           return;
         }
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_.append(Chunk::Impl::CloseTag(name));
+        text_.append(NameTable::CloseTag(name));
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
                                static_cast<std::uint32_t>(text_.size()) - from});
         if (substs_.size() > substsBegin)

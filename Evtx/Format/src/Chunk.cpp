@@ -407,7 +407,7 @@ Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
   }
   else
   {
-    out.append(text.data() + op.off, op.len);
+    out.AppendPadded(text.data() + op.off, op.len);
   }
   return Status::Ok;
 }
@@ -451,7 +451,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
   {
     const detail::Op op = ops[i];
     if (op.preLen != 0)
-      out.append(text.data() + op.pre, op.preLen);
+      out.AppendPadded(text.data() + op.pre, op.preLen);
     switch (op.kind)
     {
     case OpKind::Text:
@@ -468,13 +468,13 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       else
       {
-        out.append(text.data() + op.off, op.len);
+        out.AppendPadded(text.data() + op.off, op.len);
       }
       break;
     case OpKind::AttrStart:
       attributeStart = out.size();
       attributeHasValue = false;
-      out.append(text.data() + op.off, op.len);
+      out.AppendPadded(text.data() + op.off, op.len);
       break;
     case OpKind::AttrEnd:
       if (op.optional && !attributeHasValue)
@@ -501,7 +501,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     case OpKind::AttrSubst:
     {
       const std::size_t start = out.size();
-      out.append(text.data() + op.off, op.len);
+      out.AppendPadded(text.data() + op.off, op.len);
       const Value value = Substitution(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
@@ -537,7 +537,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       // A copy: a nested fragment compiled while the value renders may move the ops.
       const detail::Op content = ops[++i];
       if (content.preLen != 0)
-        out.append(text.data() + content.pre, content.preLen);
+        out.AppendPadded(text.data() + content.pre, content.preLen);
       const Status status = AppendContent(content, value, out, escape, depth);
       if (status != Status::Ok)
         return status;

@@ -23,14 +23,15 @@ void NameTable::Clear() noexcept
 
 char* NameTable::Room(std::size_t size)
 {
-  while (block_ < blocks_.size() && blockSizes_[block_] - blockUsed_ < size)
+  // Each piece leaves kReadSlack bytes of its block after it (the next piece may use them).
+  while (block_ < blocks_.size() && blockSizes_[block_] - blockUsed_ < size + kReadSlack)
   {
     ++block_;
     blockUsed_ = 0;
   }
   if (block_ == blocks_.size())
   {
-    const std::size_t blockSize = std::max(size, kBlockSize);
+    const std::size_t blockSize = std::max(size + kReadSlack, kBlockSize);
     blocks_.push_back(std::make_unique<char[]>(blockSize));
     blockSizes_.push_back(blockSize);
     blockUsed_ = 0;

@@ -17,6 +17,9 @@ namespace evtx::detail
 class NameTable
 {
 public:
+  // Readable bytes after every tag, for copies that move a fixed block.
+  static constexpr std::size_t kReadSlack = 32;
+
   void Clear() noexcept;
   bool Find(std::uint32_t offset, std::string_view& name) const noexcept
   {

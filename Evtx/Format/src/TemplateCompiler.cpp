@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <type_traits>
 #include <vector>
 
 namespace evtx::detail
 {
+static_assert(NameTable::kReadSlack >= kCopySlack);
+
 namespace
 {
 TNode MakeNode(NodeKind kind, std::string_view name = {}, Value value = {})
@@ -88,6 +91,16 @@ private:
       return true;
     status = Status::Truncated;
     return false;
+  }
+
+  // A name's tag; rendering straight into the output, a padded copy (the name table leaves
+  // room to read after each tag).
+  void AppendTag(std::string_view tag)
+  {
+    if constexpr (std::is_same_v<Text, TextBuffer>)
+      text_.AppendPadded(tag.data(), tag.size());
+    else
+      text_.append(tag);
   }
 
   void Emit(std::string_view piece)
@@ -185,7 +198,7 @@ private:
     const auto textStart = static_cast<std::uint32_t>(text_.size());
     {
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_.append(NameTable::OpenTag(name));
+      AppendTag(NameTable::OpenTag(name));
       EmitAppended(from);
     }
     if (hasAttributes)
@@ -205,7 +218,7 @@ private:
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_.append(NameTable::AttributeTag(attributeName));
+        AppendTag(NameTable::AttributeTag(attributeName));
         const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
         if (!direct_)
           impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
@@ -281,11 +294,11 @@ private:
         }
         if (direct_)
         {
-          text_.append(NameTable::CloseTag(name));
+          AppendTag(NameTable::CloseTag(name));
           return;
         }
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_.append(NameTable::CloseTag(name));
+        AppendTag(NameTable::CloseTag(name));
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
                                static_cast<std::uint32_t>(text_.size()) - from});
         if (substs_.size() > substsBegin)
@@ -745,6 +758,8 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   compiler.Fragment(begin, out.root);
   Fuser(impl).Run(out.opBegin);
   out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
+  // The renderer's padded appends read this far past any piece of the text.
+  impl.text.append(kCopySlack, '\0');
   out.status = compiler.status;
   out.lineBreaks = compiler.lineBreaks;
   out.controls = compiler.controls;

@@ -322,4 +322,36 @@ TEST(ValueText, WideningMatchesAtEveryBlockPosition)
   EXPECT_EQ(evtx::Utf8ToWide(std::string(20, 'x') + "\xe2\x82"), std::wstring(20, L'x') + L"\ufffd\ufffd");
   EXPECT_EQ(evtx::Utf8ToWide(""), L"");
 }
+
+// The event XML is widened into the caller's buffer (EvtRender): ASCII runs of every length
+// around the 16-byte blocks, then a character outside the BMP or the three bytes of a lone
+// surrogate (which stay that one unit); the count pass agrees and nothing past it is written.
+TEST(ValueText, WidenUtf8IntoABufferWritesExactlyItsUnits)
+{
+  const std::wstring emoji = sizeof(wchar_t) == 4 ? std::wstring(1, wchar_t(0x1f600)) : L"\xd83d\xde00";
+  const std::pair<std::string, std::wstring> tails[] = {
+    {"", L""}, {"\xf0\x9f\x98\x80z", emoji + L"z"}, {"\xed\xa0\x80", std::wstring(1, wchar_t(0xd800))},
+    {"\xed\xbf\xbf!", std::wstring(1, wchar_t(0xdfff)) + L"!"}};
+  for (const auto& [tail, wideTail] : tails)
+  {
+    for (std::size_t length = 0; length <= 66; ++length)
+    {
+      std::string text;
+      std::wstring expected;
+      for (std::size_t i = 0; i < length; ++i)
+      {
+        text += static_cast<char>(' ' + i % 95);
+        expected += static_cast<wchar_t>(' ' + i % 95);
+      }
+      text += tail;
+      expected += wideTail;
+      std::wstring buffer(text.size() + 8, L'#');
+      const std::size_t units = evtx::WidenUtf8(text, buffer.data());
+      EXPECT_EQ(units, expected.size()) << length;
+      EXPECT_EQ(evtx::WideLengthOfUtf8(text), expected.size()) << length;
+      EXPECT_EQ(buffer.substr(0, units), expected) << length;
+      EXPECT_EQ(buffer.substr(units), std::wstring(buffer.size() - units, L'#')) << length;
+    }
+  }
+}
 } // namespace

@@ -898,6 +898,37 @@ std::size_t DecodeUtf8(std::string_view text, wchar_t* to)
   std::size_t units = 0;
   for (std::size_t i = 0; i < size;)
   {
+#ifdef __SSE2__
+    if constexpr (Write)
+    {
+      // Sixteen ASCII bytes at a time, zero-extended to the width of wchar_t in registers.
+      const __m128i zero = _mm_setzero_si128();
+      while (i + 16 <= size)
+      {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+        if (_mm_movemask_epi8(block) != 0)
+          break;
+        const __m128i low = _mm_unpacklo_epi8(block, zero);
+        const __m128i high = _mm_unpackhi_epi8(block, zero);
+        auto* units16 = reinterpret_cast<__m128i*>(to + units);
+        if constexpr (sizeof(wchar_t) == 2)
+        {
+          _mm_storeu_si128(units16, low);
+          _mm_storeu_si128(units16 + 1, high);
+        }
+        else
+        {
+          static_assert(sizeof(wchar_t) == 4);
+          _mm_storeu_si128(units16, _mm_unpacklo_epi16(low, zero));
+          _mm_storeu_si128(units16 + 1, _mm_unpackhi_epi16(low, zero));
+          _mm_storeu_si128(units16 + 2, _mm_unpacklo_epi16(high, zero));
+          _mm_storeu_si128(units16 + 3, _mm_unpackhi_epi16(high, zero));
+        }
+        units += 16;
+        i += 16;
+      }
+    }
+#endif
     // Sixteen ASCII bytes at a time (a fixed-size loop the compiler turns into vector code).
     while (i + 16 <= size)
     {

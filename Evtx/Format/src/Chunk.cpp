@@ -350,7 +350,7 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, detail::TextBuffer& out,
                                escape, depth, Item{});
   if (status != Status::Ok)
     return status;
-  if (escape == TextEscape::XmlOneLine)
+  if (escape == TextEscape::XmlOneLine && (fragment.compiled.lineBreaks || fragment.compiled.controls))
     RewriteOneLine(out, renderStart, fragment.compiled.lineBreaks, fragment.compiled.controls);
   return Status::Ok;
 }
@@ -395,7 +395,6 @@ Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& o
 Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
                                   detail::TextBuffer& out, TextEscape escape, int depth)
 {
-  out += '>';
   const std::size_t start = out.size();
   const Status status = AppendSubstitution(value, out, escape, depth);
   if (status != Status::Ok)

@@ -52,7 +52,8 @@ enum class OpKind : std::uint8_t
   // optional). An optional one that is null drops the element; an array value repeats it once
   // per item.
   ElementStart,
-  // An element's whole content, one substitution: OpenContent, Subst `subst`, Close (text).
+  // An element's whole content, one substitution: Subst `subst`, Close (text), after the '>'
+  // that ends the prefix.
   ContentSubst,
   // An optional attribute made of one substitution: AttrStart (text), Subst `subst`, AttrEnd.
   AttrSubst,
@@ -190,8 +191,8 @@ private:
   // renderer one call, into the formatter.
   [[gnu::always_inline]] inline Status AppendSubstitution(const Value& value, detail::TextBuffer& out,
                                                           TextEscape escape, int depth);
-  // The part of a ContentSubst op after its prefix: '>', the value, and the closing text (or
-  // "/>" when the value shows nothing). Inlined: it runs for most values of a record.
+  // The part of a ContentSubst op after its prefix (which ends with the start tag's '>'): the
+  // value, and the closing text (or "/>" when the value shows nothing). Inlined: it runs for most values of a record.
   [[gnu::always_inline]] inline Status AppendContent(const detail::Op& op, const Value& value, detail::TextBuffer& out,
                        TextEscape escape, int depth);
   // Runs ops [first, first+count), an element, once per item of an array substitution.

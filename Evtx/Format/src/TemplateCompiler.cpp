@@ -636,7 +636,12 @@ private:
         continue;
       if (first.kind == OpKind::OpenContent && last.kind == OpKind::Close)
       {
-        first = Op{OpKind::ContentSubst, subst.optional, subst.subst, last.off, last.len};
+        // The OpenContent's '>' stays as text, and so becomes the end of the prefix.
+        first.kind = OpKind::Text;
+        ops_[i + 1] = Op{OpKind::ContentSubst, subst.optional, subst.subst, last.off, last.len};
+        ops_[i + 2] = Op{};
+        i += 2;
+        continue;
       }
       else if (first.kind == OpKind::AttrStart && first.optional && last.kind == OpKind::AttrEnd)
       {

@@ -392,7 +392,7 @@ Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& o
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
-Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
+Status Chunk::Impl::AppendContent(std::uint32_t closeOff, std::uint32_t closeLen, const Value& value,
                                   detail::TextBuffer& out, TextEscape escape, int depth)
 {
   const std::size_t start = out.size();
@@ -406,7 +406,7 @@ Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
   }
   else
   {
-    out.AppendPadded(text.data() + op.off, op.len);
+    out.AppendPadded(text.data() + closeOff, closeLen);
   }
   return Status::Ok;
 }
@@ -448,7 +448,9 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
   bool attributeHasValue = false;
   for (std::uint32_t i = begin; i < end; ++i)
   {
-    const detail::Op op = ops[i];
+    // Valid until a value renders: a nested fragment compiled meanwhile may move the ops, so
+    // what is needed after a value is read before it.
+    const detail::Op& op = ops[i];
     if (op.preLen != 0)
       out.AppendPadded(text.data() + op.pre, op.preLen);
     switch (op.kind)
@@ -492,7 +494,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     }
     case OpKind::ContentSubst:
     {
-      const Status status = AppendContent(op, Substitution(fragment, op.subst, item), out, escape, depth);
+      const Status status = AppendContent(op.off, op.len, Substitution(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -525,19 +527,19 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
         }
         if (value.IsArray())
         {
-          const Status status = RepeatElement(fragment, i + 1, op.len, entry & 0xffffu, value, out,
+          const std::uint32_t count = op.len;
+          const Status status = RepeatElement(fragment, i + 1, count, entry & 0xffffu, value, out,
                                               escape, depth);
           if (status != Status::Ok)
             return status;
-          i += op.len;
+          i += count;
           break;
         }
       }
-      // A copy: a nested fragment compiled while the value renders may move the ops.
-      const detail::Op content = ops[++i];
+      const detail::Op& content = ops[++i];
       if (content.preLen != 0)
         out.AppendPadded(text.data() + content.pre, content.preLen);
-      const Status status = AppendContent(content, value, out, escape, depth);
+      const Status status = AppendContent(content.off, content.len, value, out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -575,10 +577,11 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       if (arraySubst == kNone)
         break;
-      const Status status = RepeatElement(fragment, i + 1, op.len, arraySubst, array, out, escape, depth);
+      const std::uint32_t count = op.len;
+      const Status status = RepeatElement(fragment, i + 1, count, arraySubst, array, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      i += op.len;
+      i += count;
       break;
     }
     }

@@ -192,9 +192,11 @@ private:
   [[gnu::always_inline]] inline Status AppendSubstitution(const Value& value, detail::TextBuffer& out,
                                                           TextEscape escape, int depth);
   // The part of a ContentSubst op after its prefix (which ends with the start tag's '>'): the
-  // value, and the closing text (or "/>" when the value shows nothing). Inlined: it runs for most values of a record.
-  [[gnu::always_inline]] inline Status AppendContent(const detail::Op& op, const Value& value, detail::TextBuffer& out,
-                       TextEscape escape, int depth);
+  // value, and the closing text text[closeOff, closeOff+closeLen) (or "/>" when the value shows
+  // nothing). Inlined: it runs for most values of a record.
+  [[gnu::always_inline]] inline Status AppendContent(std::uint32_t closeOff, std::uint32_t closeLen,
+                                                     const Value& value, detail::TextBuffer& out,
+                                                     TextEscape escape, int depth);
   // Runs ops [first, first+count), an element, once per item of an array substitution.
   Status RepeatElement(const detail::OpenedFragment& fragment, std::uint32_t first,
                        std::uint32_t count, std::uint32_t arraySubst, const Value& array,

@@ -137,7 +137,8 @@ private:
     }
   }
 
-  void Grow(std::size_t n)
+  // Out of line: the appends inlined everywhere keep only a call for their rare slow path.
+  [[gnu::noinline]] void Grow(std::size_t n)
   {
     // The string's own growth is geometric; the room added here is small, since the string
     // zero-fills it and records are a few hundred bytes.

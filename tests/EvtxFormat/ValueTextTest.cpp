@@ -1,9 +1,11 @@
 // Text forms of every value type, escaping, and value conversions (pure functions).
 #include "Evtx/ValueText.h"
+#include "Evtx/WidenAscii.h"
 #include "Evtx/Writer.h"
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -321,6 +323,31 @@ TEST(ValueText, WideningMatchesAtEveryBlockPosition)
   // A truncated sequence at the end becomes U+FFFD and nothing is read past the text.
   EXPECT_EQ(evtx::Utf8ToWide(std::string(20, 'x') + "\xe2\x82"), std::wstring(20, L'x') + L"\ufffd\ufffd");
   EXPECT_EQ(evtx::Utf8ToWide(""), L"");
+}
+
+// Sixteen ASCII bytes widen in one step; a byte of 0x80 or more anywhere leaves the target as
+// it was.
+TEST(ValueText, WidenAscii16WidensOnlyWholeAsciiBlocks)
+{
+  std::uint8_t bytes[16];
+  std::wstring expected;
+  for (int k = 0; k < 16; ++k)
+  {
+    bytes[k] = static_cast<std::uint8_t>(k == 0 ? 0x7f : 'A' + k);
+    expected += static_cast<wchar_t>(bytes[k]);
+  }
+  std::wstring wide(17, L'#');
+  ASSERT_TRUE(evtx::WidenAscii16(bytes, wide.data()));
+  EXPECT_EQ(wide, expected + L"#");
+  for (int at = 0; at < 16; ++at)
+  {
+    std::uint8_t other[16];
+    std::memcpy(other, bytes, 16);
+    other[at] = 0x80;
+    std::wstring untouched(16, L'#');
+    EXPECT_FALSE(evtx::WidenAscii16(other, untouched.data())) << at;
+    EXPECT_EQ(untouched, std::wstring(16, L'#')) << at;
+  }
 }
 
 // The event XML is widened into the caller's buffer (EvtRender): ASCII runs of every length

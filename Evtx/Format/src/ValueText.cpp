@@ -33,6 +33,7 @@
 // them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
 // https://github.com/BeanBagKing/EventFinder2/issues/5); U+2400 + code keeps the code readable.
 #include "Evtx/ValueText.h"
+#include "Evtx/WidenAscii.h"
 
 #include "Bytes.h"
 #include "HexDigits.h"
@@ -898,53 +899,27 @@ std::size_t DecodeUtf8(std::string_view text, wchar_t* to)
   std::size_t units = 0;
   for (std::size_t i = 0; i < size;)
   {
-#ifdef __SSE2__
+    // Sixteen ASCII bytes at a time.
     if constexpr (Write)
     {
-      // Sixteen ASCII bytes at a time, zero-extended to the width of wchar_t in registers.
-      const __m128i zero = _mm_setzero_si128();
-      while (i + 16 <= size)
+      while (i + 16 <= size && WidenAscii16(bytes + i, to + units))
       {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
-        if (_mm_movemask_epi8(block) != 0)
-          break;
-        const __m128i low = _mm_unpacklo_epi8(block, zero);
-        const __m128i high = _mm_unpackhi_epi8(block, zero);
-        auto* units16 = reinterpret_cast<__m128i*>(to + units);
-        if constexpr (sizeof(wchar_t) == 2)
-        {
-          _mm_storeu_si128(units16, low);
-          _mm_storeu_si128(units16 + 1, high);
-        }
-        else
-        {
-          static_assert(sizeof(wchar_t) == 4);
-          _mm_storeu_si128(units16, _mm_unpacklo_epi16(low, zero));
-          _mm_storeu_si128(units16 + 1, _mm_unpackhi_epi16(low, zero));
-          _mm_storeu_si128(units16 + 2, _mm_unpacklo_epi16(high, zero));
-          _mm_storeu_si128(units16 + 3, _mm_unpackhi_epi16(high, zero));
-        }
         units += 16;
         i += 16;
       }
     }
-#endif
-    // Sixteen ASCII bytes at a time (a fixed-size loop the compiler turns into vector code).
-    while (i + 16 <= size)
+    else
     {
-      // A local copy: the output cannot alias it, so the widening loop vectorises.
-      std::uint8_t block[16];
-      std::memcpy(block, bytes + i, 16);
-      std::uint64_t a = 0, b = 0;
-      std::memcpy(&a, block, 8);
-      std::memcpy(&b, block + 8, 8);
-      if (((a | b) & 0x8080808080808080ull) != 0)
-        break;
-      if constexpr (Write)
-        for (std::size_t k = 0; k < 16; ++k)
-          to[units + k] = static_cast<wchar_t>(block[k]);
-      units += 16;
-      i += 16;
+      while (i + 16 <= size)
+      {
+        std::uint64_t a = 0, b = 0;
+        std::memcpy(&a, bytes + i, 8);
+        std::memcpy(&b, bytes + i + 8, 8);
+        if (((a | b) & 0x8080808080808080ull) != 0)
+          break;
+        units += 16;
+        i += 16;
+      }
     }
     while (i < size && bytes[i] < 0x80)
     {

@@ -178,7 +178,7 @@ bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
   return true;
 }
 
-Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
+const Compiled& Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
 {
   const std::uint32_t key = anonymous ? (offset | kAnonymousKey) : offset;
   RecentTemplate& recent = recentTemplates[(key * 0x9e3779b1u) >> 28];
@@ -230,13 +230,13 @@ Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymou
   if (index != kNone)
   {
     compiled[index] = result;
-    return result;
+    return compiled[index];
   }
   index = static_cast<std::uint32_t>(compiled.size());
   templateIndex.emplace(key, index);
   compiled.push_back(result);
   recent = {key, index};
-  return result;
+  return compiled[index];
 }
 
 Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, OpenedFragment& out)
@@ -346,7 +346,7 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, detail::TextBuffer& out,
   if (budget < opCount)
     return Status::TooDeep;
   budget -= opCount;
-  const Status status = RunOps(fragment, fragment.compiled.opBegin, fragment.compiled.opEnd, out,
+  const Status status = RunOps<false>(fragment, fragment.compiled.opBegin, fragment.compiled.opEnd, out,
                                escape, depth, Item{});
   if (status != Status::Ok)
     return status;
@@ -422,7 +422,7 @@ Status Chunk::Impl::RepeatElement(const OpenedFragment& fragment, std::uint32_t 
     if (budget < count)
       return Status::TooDeep;
     budget -= count;
-    const Status status = RunOps(fragment, first, first + count, out, escape, depth, repeat);
+    const Status status = RunOps<true>(fragment, first, first + count, out, escape, depth, repeat);
     if (status != Status::Ok)
       return status;
   }
@@ -439,6 +439,7 @@ Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& 
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
+template <bool Repeating>
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                            detail::TextBuffer& out, TextEscape escape, int depth, const Item& item)
 {
@@ -485,7 +486,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       break;
     case OpKind::Subst:
     {
-      const Value value = Substitution(fragment, op.subst, item);
+      const Value value = Substitution<Repeating>(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
@@ -494,7 +495,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     }
     case OpKind::ContentSubst:
     {
-      const Status status = AppendContent(op.off, op.len, Substitution(fragment, op.subst, item), out, escape, depth);
+      const Status status = AppendContent(op.off, op.len, Substitution<Repeating>(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -503,7 +504,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     {
       const std::size_t start = out.size();
       out.AppendPadded(text.data() + op.off, op.len);
-      const Value value = Substitution(fragment, op.subst, item);
+      const Value value = Substitution<Repeating>(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
@@ -517,8 +518,8 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     {
       // ElementStart and the ContentSubst after it in one step (see OpKind).
       const std::uint32_t entry = elementSubsts[op.off];
-      const Value value = Substitution(fragment, entry & 0xffffu, item);
-      if (depth != 0 || open != 0 || item.subst != kNone)
+      const Value value = Substitution<Repeating>(fragment, entry & 0xffffu, item);
+      if (depth != 0 || open != 0 || Repeating)
       {
         if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
         {
@@ -549,7 +550,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       // An optional substitution that is null removes its element; an array value in the
       // content repeats the element once per item (none for an empty array). A record's
       // outermost element always stays: without it the record would vanish from the output.
-      if (depth == 0 && open == 0 && item.subst == kNone)
+      if (depth == 0 && open == 0 && !Repeating)
         break;
       std::uint32_t arraySubst = kNone;
       Value array;
@@ -558,7 +559,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       {
         const std::uint32_t entry = elementSubsts[k];
         const std::uint32_t index = entry & 0xffffu;
-        const Value value = Substitution(fragment, index, item);
+        const Value value = Substitution<Repeating>(fragment, index, item);
         if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
         {
           omit = true;

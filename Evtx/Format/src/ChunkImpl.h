@@ -155,8 +155,8 @@ struct Chunk::Impl
   bool Name(std::uint32_t offset, std::string_view& out);
   // Compiled template for a definition offset, or for an element fragment starting at `offset`
   // (anonymous = true, ending at `end`). Compiles on first use, and again with its node tree
-  // the first time `tree` asks for it.
-  detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
+  // the first time `tree` asks for it. The reference is valid until the next call.
+  const detail::Compiled& Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
   Status Open(std::uint32_t begin, std::uint32_t end, bool tree, detail::OpenedFragment& out);
 
   Status RenderFragment(std::uint32_t begin, std::uint32_t end, detail::TextBuffer& out,
@@ -172,10 +172,12 @@ private:
     std::uint32_t subst = detail::kNone;
     Value value;
   };
+  // Repeating: an element is being repeated, so `item` may stand for the substitution.
+  template <bool Repeating = true>
   Value Substitution(const detail::OpenedFragment& fragment, std::uint32_t index,
                      const Item& item) const noexcept
   {
-    if (index == item.subst)
+    if (Repeating && index == item.subst)
       return item.value;
     if (index >= fragment.count)
       return Value{};
@@ -205,6 +207,8 @@ private:
   // the most, do not pay for the register saves of a nested render.
   [[gnu::noinline]] Status AppendFragmentValue(const Value& value, detail::TextBuffer& out,
                                                TextEscape escape, int depth);
+  // Repeating: run for one item of an array (item is set), else for the fragment itself.
+  template <bool Repeating>
   Status RunOps(const detail::OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                 detail::TextBuffer& out, TextEscape escape, int depth, const Item& item);
   Status Instantiate(std::uint32_t tnode, const detail::OpenedFragment& fragment,

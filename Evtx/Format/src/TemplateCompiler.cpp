@@ -33,7 +33,7 @@ public:
   Compiler(Chunk::Impl& impl, std::uint32_t end) : impl_(impl), d_(impl.data), end_(end), text_(impl.text) {}
   // The text goes to `direct` and no ops are made (RenderPlainFragment).
   Compiler(Chunk::Impl& impl, std::uint32_t end, Text& direct)
-    : impl_(impl), d_(impl.data), end_(end), text_(direct), direct_(true)
+    : impl_(impl), d_(impl.data), end_(end), text_(direct)
   {
   }
 
@@ -48,7 +48,7 @@ public:
 
   std::uint32_t NewNode(const TNode& node) const
   {
-    if (!tree)
+    if (direct_ || !tree)
       return kNone;
     impl_.tnodes.push_back(node);
     return static_cast<std::uint32_t>(impl_.tnodes.size() - 1);
@@ -135,7 +135,7 @@ private:
     if (!Need(pos, 4))
       return false;
     const std::uint32_t offset = Le32(d_ + pos);
-    if (shape != nullptr)
+    if (!direct_ && shape != nullptr)
       shape->names.push_back({pos, offset == pos + 4});
     pos += 4;
     if (offset == pos)
@@ -180,7 +180,7 @@ private:
     const bool withId = plausible(pos + 7);
     const bool withoutId = plausible(pos + 5);
     const bool hasId = anonymous ? (withId && !withoutId) : (withId || !withoutId);
-    if (shape != nullptr)
+    if (!direct_ && shape != nullptr)
       shape->elements.push_back({pos, withId, withoutId});
     pos += hasId ? 7 : 5;  // token, [dependency id], data size
     std::string_view name;
@@ -212,9 +212,9 @@ private:
           return;
         const std::uint32_t attribute =
           NewNode(MakeNode(NodeKind::Attribute, attributeName));
-        if (tree && lastAttribute == kNone)
+        if (!direct_ && tree && lastAttribute == kNone)
           impl_.tnodes[element].firstAttribute = attribute;
-        else if (tree)
+        else if (!direct_ && tree)
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
@@ -237,7 +237,7 @@ private:
         if (status != Status::Ok)
           return;
         const bool optional = onlySubstitutions && anyOptional;
-        if (tree)
+        if (!direct_ && tree)
           impl_.tnodes[attribute].optional = optional;
         // An attribute that always shows is plain text around its values.
         if (optional)
@@ -539,7 +539,9 @@ private:
   const std::uint8_t* d_;
   std::uint32_t end_;
   Text& text_;
-  bool direct_ = false;
+  // Rendering straight into the output: no ops, no tree, no shape (known when compiling, so
+  // that the renderer's copy of this class carries none of their code).
+  static constexpr bool direct_ = std::is_same_v<Text, TextBuffer>;
   std::vector<std::uint32_t> substs_;
 
 public:

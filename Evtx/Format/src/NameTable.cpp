@@ -8,7 +8,7 @@ namespace evtx::detail
 {
 namespace
 {
-constexpr std::size_t kBlockSize = 16 * 1024;
+constexpr std::size_t kBlockSize = std::size_t{16} << 10;
 constexpr std::size_t kFirstSlots = 256;
 } // namespace
 

@@ -17,6 +17,7 @@ namespace evtx
 // nothing and returns false when one of them is not ASCII.
 inline bool WidenAscii16(const std::uint8_t* from, wchar_t* to) noexcept
 {
+  static_assert(sizeof(wchar_t) == 2 || sizeof(wchar_t) == 4);
 #ifdef __SSE2__
   const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
   if (_mm_movemask_epi8(block) != 0)
@@ -32,7 +33,6 @@ inline bool WidenAscii16(const std::uint8_t* from, wchar_t* to) noexcept
   }
   else
   {
-    static_assert(sizeof(wchar_t) == 4);
     _mm_storeu_si128(out, _mm_unpacklo_epi16(low, zero));
     _mm_storeu_si128(out + 1, _mm_unpackhi_epi16(low, zero));
     _mm_storeu_si128(out + 2, _mm_unpacklo_epi16(high, zero));

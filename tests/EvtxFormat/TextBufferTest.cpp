@@ -36,6 +36,26 @@ TEST(TextBuffer, AppendsOfEveryShortAndLongLengthKeepTheirBytes)
   EXPECT_EQ(out, expected);
 }
 
+// Padded appends copy a fixed block past short pieces: only the piece shows, at every length
+// around the block's size, and text appended after it overwrites what the block left.
+TEST(TextBuffer, PaddedAppendsOfEveryLengthKeepOnlyTheirBytes)
+{
+  const std::string table = Pattern(100) + std::string(evtx::detail::kCopySlack, '#');
+  std::string out = "head:";
+  std::string expected = out;
+  {
+    TextBuffer buffer(out);
+    for (std::size_t n = 0; n <= 90; ++n)
+    {
+      buffer.AppendPadded(table.data() + 10 - n % 10, n);
+      buffer += '|';
+      expected += table.substr(10 - n % 10, n) + '|';
+      ASSERT_EQ(buffer.size(), expected.size());
+    }
+  }
+  EXPECT_EQ(out, expected);
+}
+
 TEST(TextBuffer, GrowsPastItsRoomAndGivesTheStringItsLength)
 {
   std::string out;

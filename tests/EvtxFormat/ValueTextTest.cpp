@@ -1,8 +1,13 @@
 // Text forms of every value type, escaping, and value conversions (pure functions).
 #include "Evtx/ValueText.h"
+#include "Evtx/WidenAscii.h"
 #include "Evtx/Writer.h"
 
 #include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <string_view>
 
 namespace
 {
@@ -13,6 +18,15 @@ std::string Text(const WriterValue& v, evtx::TextEscape escape = evtx::TextEscap
 {
   std::string out;
   evtx::AppendValueText(out, evtx::Value{v.type, v.bytes.data(), static_cast<std::uint32_t>(v.bytes.size())}, escape);
+  return out;
+}
+
+// before + middle + after, built in one string.
+std::string Joined(std::string_view before, std::string_view middle, std::string_view after)
+{
+  std::string out;
+  out.reserve(before.size() + middle.size() + after.size());
+  out.append(before).append(middle).append(after);
   return out;
 }
 
@@ -34,6 +48,31 @@ TEST(ValueText, Integers)
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 4294967295)), "4294967295");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::Int64, INT64_MIN)), "-9223372036854775808");
   EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
+}
+
+// Unsigned numbers are written two digits at a time: every count of digits, with the digits
+// that end and start each pair.
+TEST(ValueText, UnsignedNumbersOfEveryLength)
+{
+  std::uint64_t power = 1;
+  for (int digits = 1; digits <= 19; ++digits, power *= 10)
+  {
+    for (const std::uint64_t n : {power, 2 * power - 1, 10 * power - 1, 7 * power + 3})
+    {
+      EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      if (n <= 0xffffffffu)
+      {
+        EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      }
+      if (n <= 0xffffu)
+      {
+        EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt16, static_cast<std::int64_t>(n))), std::to_string(n)) << n;
+      }
+    }
+  }
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt64, -1)), "18446744073709551615");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 100)), "100");
+  EXPECT_EQ(Text(WriterValue::Int(ValueType::UInt32, 1000000007)), "1000000007");
 }
 
 // Pointer-sized values as Windows shows them: 4624's ProcessId is 0x44c in Microsoft's example.
@@ -156,8 +195,8 @@ TEST(ValueText, EscapesAtEveryOffsetOfAScanBlock)
     for (std::size_t at = 0; at < 34; ++at)
     {
       const std::string before(at, 'a'), after(40 - at, 'b');
-      const std::string raw = before + c + after;
-      const std::string expected = before + escaped + after;
+      const std::string raw = Joined(before, std::string_view(&c, 1), after);
+      const std::string expected = Joined(before, escaped, after);
       EXPECT_EQ(Text(WriterValue::Ansi(raw), evtx::TextEscape::XmlOneLine), expected) << at;
       if (static_cast<unsigned char>(c) < 0x80)
       {
@@ -184,9 +223,10 @@ TEST(ValueText, Utf16EscapesAtEveryPlaceOfEveryLength)
       for (std::size_t at = 0; at < length; ++at)
       {
         const std::string before(at, 'a'), after(length - at - 1, 'b');
-        const WriterValue value = WriterValue::Text(before + c + after);
-        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), before + escaped + after) << length << " " << at;
-        EXPECT_EQ(Text(value), before + c + after) << length << " " << at;
+        const std::string raw = Joined(before, c, after);
+        const WriterValue value = WriterValue::Text(raw);
+        EXPECT_EQ(Text(value, evtx::TextEscape::XmlOneLine), Joined(before, escaped, after)) << length << " " << at;
+        EXPECT_EQ(Text(value), raw) << length << " " << at;
       }
     }
   }
@@ -283,5 +323,62 @@ TEST(ValueText, WideningMatchesAtEveryBlockPosition)
   // A truncated sequence at the end becomes U+FFFD and nothing is read past the text.
   EXPECT_EQ(evtx::Utf8ToWide(std::string(20, 'x') + "\xe2\x82"), std::wstring(20, L'x') + L"\ufffd\ufffd");
   EXPECT_EQ(evtx::Utf8ToWide(""), L"");
+}
+
+// Sixteen ASCII bytes widen in one step; a byte of 0x80 or more anywhere leaves the target as
+// it was.
+TEST(ValueText, WidenAscii16WidensOnlyWholeAsciiBlocks)
+{
+  std::uint8_t bytes[16];
+  std::wstring expected;
+  for (int k = 0; k < 16; ++k)
+  {
+    bytes[k] = static_cast<std::uint8_t>(k == 0 ? 0x7f : 'A' + k);
+    expected += static_cast<wchar_t>(bytes[k]);
+  }
+  std::wstring wide(17, L'#');
+  ASSERT_TRUE(evtx::WidenAscii16(bytes, wide.data()));
+  EXPECT_EQ(wide, expected + L"#");
+  for (int at = 0; at < 16; ++at)
+  {
+    std::uint8_t other[16];
+    std::memcpy(other, bytes, 16);
+    other[at] = 0x80;
+    std::wstring untouched(16, L'#');
+    EXPECT_FALSE(evtx::WidenAscii16(other, untouched.data())) << at;
+    EXPECT_EQ(untouched, std::wstring(16, L'#')) << at;
+  }
+}
+
+// The event XML is widened into the caller's buffer (EvtRender): ASCII runs of every length
+// around the 16-byte blocks, then a character outside the BMP or the three bytes of a lone
+// surrogate (which stay that one unit); the count pass agrees and nothing past it is written.
+TEST(ValueText, WidenUtf8IntoABufferWritesExactlyItsUnits)
+{
+  const std::wstring emoji = sizeof(wchar_t) == 4 ? std::wstring(1, wchar_t(0x1f600)) : L"\xd83d\xde00";
+  const std::pair<std::string, std::wstring> tails[] = {
+    {"", L""}, {"\xf0\x9f\x98\x80z", emoji + L"z"}, {"\xed\xa0\x80", std::wstring(1, wchar_t(0xd800))},
+    {"\xed\xbf\xbf!", std::wstring(1, wchar_t(0xdfff)) + L"!"}};
+  for (const auto& [tail, wideTail] : tails)
+  {
+    for (std::size_t length = 0; length <= 66; ++length)
+    {
+      std::string text;
+      std::wstring expected;
+      for (std::size_t i = 0; i < length; ++i)
+      {
+        text += static_cast<char>(' ' + i % 95);
+        expected += static_cast<wchar_t>(' ' + i % 95);
+      }
+      text += tail;
+      expected += wideTail;
+      std::wstring buffer(text.size() + 8, L'#');
+      const std::size_t units = evtx::WidenUtf8(text, buffer.data());
+      EXPECT_EQ(units, expected.size()) << length;
+      EXPECT_EQ(evtx::WideLengthOfUtf8(text), expected.size()) << length;
+      EXPECT_EQ(buffer.substr(0, units), expected) << length;
+      EXPECT_EQ(buffer.substr(units), std::wstring(buffer.size() - units, L'#')) << length;
+    }
+  }
 }
 } // namespace

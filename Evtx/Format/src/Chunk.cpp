@@ -155,38 +155,49 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   elementSubsts.clear();
   compiled.clear();
   templateIndex.clear();
-  names.clear();
+  recentTemplates.fill(RecentTemplate{});
+  names.Clear();
   namesHaveControls = false;
-  subs.clear();
+  subsTop = 0;
 }
 
 bool Chunk::Impl::Name(std::uint32_t offset, std::string_view& out)
 {
-  const auto found = names.find(offset);
-  if (found != names.end())
-  {
-    out = found->second;
+  if (names.Find(offset, out))
     return true;
-  }
   if (offset > kChunkSize - 8)
     return false;
   const std::uint32_t units = Le16(data + offset + 6);
   if (offset + 8 + 2 * units > kChunkSize)
     return false;
-  std::string name;
-  AppendUtf16(name, data + offset + 8, units, TextEscape::None);
-  for (const char c : name)
+  nameText.clear();
+  AppendUtf16(nameText, data + offset + 8, units, TextEscape::None);
+  for (const char c : nameText)
     namesHaveControls |= static_cast<unsigned char>(c) < 0x20;
-  out = names.emplace(offset, std::move(name)).first->second;
+  out = names.Add(offset, nameText);
   return true;
 }
 
-Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
+const Compiled& Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree)
 {
   const std::uint32_t key = anonymous ? (offset | kAnonymousKey) : offset;
-  const auto found = templateIndex.find(key);
-  if (found != templateIndex.end() && (!tree || compiled[found->second].hasTree))
-    return compiled[found->second];
+  RecentTemplate& recent = recentTemplates[(key * 0x9e3779b1u) >> 28];
+  std::uint32_t index = kNone;
+  if (recent.key == key)
+  {
+    index = recent.index;
+  }
+  else
+  {
+    const auto found = templateIndex.find(key);
+    if (found != templateIndex.end())
+    {
+      index = found->second;
+      recent = {key, index};
+    }
+  }
+  if (index != kNone && (!tree || compiled[index].hasTree))
+    return compiled[index];
   Compiled result;
   if (anonymous)
   {
@@ -216,14 +227,16 @@ Compiled Chunk::Impl::Get(std::uint32_t offset, std::uint32_t end, bool anonymou
         shared->Store().Add(*this, offset, shape, result, textBegin, substsBegin);
     }
   }
-  if (found != templateIndex.end())
+  if (index != kNone)
   {
-    compiled[found->second] = result;
-    return result;
+    compiled[index] = result;
+    return compiled[index];
   }
-  templateIndex.emplace(key, static_cast<std::uint32_t>(compiled.size()));
+  index = static_cast<std::uint32_t>(compiled.size());
+  templateIndex.emplace(key, index);
   compiled.push_back(result);
-  return result;
+  recent = {key, index};
+  return compiled[index];
 }
 
 Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, OpenedFragment& out)
@@ -236,7 +249,7 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   if (data[pos] != 0x0c)
   {
     out.compiled = Get(pos, end, true, tree);
-    out.base = static_cast<std::uint32_t>(subs.size());
+    out.base = subsTop;
     out.count = 0;
     return out.compiled.status;
   }
@@ -265,20 +278,24 @@ Status Chunk::Impl::Open(std::uint32_t begin, std::uint32_t end, bool tree, Open
   if (count > (end - pos) / 4)
     return Status::Truncated;
   const std::uint8_t* descriptor = data + pos;
-  std::uint32_t valuePos = pos + 4 * count;
-  out.base = static_cast<std::uint32_t>(subs.size());
+  const std::uint32_t valuesBegin = pos + 4 * count;
+  out.descriptors = descriptor;
+  out.base = subsTop;
   out.count = count;
+  // Each value's offset, checked once at the end: the values fit when their sizes' sum does
+  // (at most 16 Ki sizes of 16 bits, so the sum cannot wrap).
+  if (subs.size() < std::size_t(subsTop) + count)
+    subs.resize(std::size_t(subsTop) + count);
+  std::uint32_t* offsets = subs.data() + out.base;
+  std::uint32_t used = 0;
   for (std::uint32_t i = 0; i < count; ++i, descriptor += 4)
   {
-    const std::uint32_t size = Le16(descriptor);
-    if (size > end - valuePos)
-    {
-      subs.resize(out.base);
-      return Status::Truncated;
-    }
-    subs.push_back(Value{descriptor[2], data + valuePos, size});
-    valuePos += size;
+    offsets[i] = valuesBegin + used;
+    used += Le16(descriptor);
   }
+  if (used > end - valuesBegin)
+    return Status::Truncated;
+  subsTop += count;
   return Status::Ok;
 }
 
@@ -313,11 +330,11 @@ Status Chunk::Impl::RenderFragment(std::uint32_t begin, std::uint32_t end, detai
     out.resize(start);
   }
   OpenedFragment fragment;
-  const std::size_t mark = subs.size();
+  const std::uint32_t mark = subsTop;
   Status status = Open(begin, end, false, fragment);
   if (status == Status::Ok)
     status = Run(fragment, out, escape, depth);
-  subs.resize(mark);
+  subsTop = mark;
   return status;
 }
 
@@ -329,11 +346,11 @@ Status Chunk::Impl::Run(const OpenedFragment& fragment, detail::TextBuffer& out,
   if (budget < opCount)
     return Status::TooDeep;
   budget -= opCount;
-  const Status status = RunOps(fragment, fragment.compiled.opBegin, fragment.compiled.opEnd, out,
+  const Status status = RunOps<false>(fragment, fragment.compiled.opBegin, fragment.compiled.opEnd, out,
                                escape, depth, Item{});
   if (status != Status::Ok)
     return status;
-  if (escape == TextEscape::XmlOneLine)
+  if (escape == TextEscape::XmlOneLine && (fragment.compiled.lineBreaks || fragment.compiled.controls))
     RewriteOneLine(out, renderStart, fragment.compiled.lineBreaks, fragment.compiled.controls);
   return Status::Ok;
 }
@@ -375,10 +392,9 @@ Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& o
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
-Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
+Status Chunk::Impl::AppendContent(std::uint32_t closeOff, std::uint32_t closeLen, const Value& value,
                                   detail::TextBuffer& out, TextEscape escape, int depth)
 {
-  out += '>';
   const std::size_t start = out.size();
   const Status status = AppendSubstitution(value, out, escape, depth);
   if (status != Status::Ok)
@@ -390,7 +406,7 @@ Status Chunk::Impl::AppendContent(const detail::Op& op, const Value& value,
   }
   else
   {
-    out.append(text.data() + op.off, op.len);
+    out.AppendPadded(text.data() + closeOff, closeLen);
   }
   return Status::Ok;
 }
@@ -406,7 +422,7 @@ Status Chunk::Impl::RepeatElement(const OpenedFragment& fragment, std::uint32_t 
     if (budget < count)
       return Status::TooDeep;
     budget -= count;
-    const Status status = RunOps(fragment, first, first + count, out, escape, depth, repeat);
+    const Status status = RunOps<true>(fragment, first, first + count, out, escape, depth, repeat);
     if (status != Status::Ok)
       return status;
   }
@@ -423,6 +439,7 @@ Status Chunk::Impl::AppendFragmentValue(const Value& value, detail::TextBuffer& 
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
+template <bool Repeating>
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                            detail::TextBuffer& out, TextEscape escape, int depth, const Item& item)
 {
@@ -432,9 +449,11 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
   bool attributeHasValue = false;
   for (std::uint32_t i = begin; i < end; ++i)
   {
-    const detail::Op op = ops[i];
+    // Valid until a value renders: a nested fragment compiled meanwhile may move the ops, so
+    // what is needed after a value is read before it.
+    const detail::Op& op = ops[i];
     if (op.preLen != 0)
-      out.append(text.data() + op.pre, op.preLen);
+      out.AppendPadded(text.data() + op.pre, op.preLen);
     switch (op.kind)
     {
     case OpKind::Text:
@@ -451,13 +470,13 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       else
       {
-        out.append(text.data() + op.off, op.len);
+        out.AppendPadded(text.data() + op.off, op.len);
       }
       break;
     case OpKind::AttrStart:
       attributeStart = out.size();
       attributeHasValue = false;
-      out.append(text.data() + op.off, op.len);
+      out.AppendPadded(text.data() + op.off, op.len);
       break;
     case OpKind::AttrEnd:
       if (op.optional && !attributeHasValue)
@@ -467,7 +486,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       break;
     case OpKind::Subst:
     {
-      const Value value = Substitution(fragment, op.subst, item);
+      const Value value = Substitution<Repeating>(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
@@ -476,7 +495,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     }
     case OpKind::ContentSubst:
     {
-      const Status status = AppendContent(op, Substitution(fragment, op.subst, item), out, escape, depth);
+      const Status status = AppendContent(op.off, op.len, Substitution<Repeating>(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -484,8 +503,8 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     case OpKind::AttrSubst:
     {
       const std::size_t start = out.size();
-      out.append(text.data() + op.off, op.len);
-      const Value value = Substitution(fragment, op.subst, item);
+      out.AppendPadded(text.data() + op.off, op.len);
+      const Value value = Substitution<Repeating>(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
         return status;
@@ -499,8 +518,8 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     {
       // ElementStart and the ContentSubst after it in one step (see OpKind).
       const std::uint32_t entry = elementSubsts[op.off];
-      const Value value = Substitution(fragment, entry & 0xffffu, item);
-      if (depth != 0 || open != 0 || item.subst != kNone)
+      const Value value = Substitution<Repeating>(fragment, entry & 0xffffu, item);
+      if (depth != 0 || open != 0 || Repeating)
       {
         if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
         {
@@ -509,19 +528,19 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
         }
         if (value.IsArray())
         {
-          const Status status = RepeatElement(fragment, i + 1, op.len, entry & 0xffffu, value, out,
+          const std::uint32_t count = op.len;
+          const Status status = RepeatElement(fragment, i + 1, count, entry & 0xffffu, value, out,
                                               escape, depth);
           if (status != Status::Ok)
             return status;
-          i += op.len;
+          i += count;
           break;
         }
       }
-      // A copy: a nested fragment compiled while the value renders may move the ops.
-      const detail::Op content = ops[++i];
+      const detail::Op& content = ops[++i];
       if (content.preLen != 0)
-        out.append(text.data() + content.pre, content.preLen);
-      const Status status = AppendContent(content, value, out, escape, depth);
+        out.AppendPadded(text.data() + content.pre, content.preLen);
+      const Status status = AppendContent(content.off, content.len, value, out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -531,7 +550,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       // An optional substitution that is null removes its element; an array value in the
       // content repeats the element once per item (none for an empty array). A record's
       // outermost element always stays: without it the record would vanish from the output.
-      if (depth == 0 && open == 0 && item.subst == kNone)
+      if (depth == 0 && open == 0 && !Repeating)
         break;
       std::uint32_t arraySubst = kNone;
       Value array;
@@ -540,7 +559,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       {
         const std::uint32_t entry = elementSubsts[k];
         const std::uint32_t index = entry & 0xffffu;
-        const Value value = Substitution(fragment, index, item);
+        const Value value = Substitution<Repeating>(fragment, index, item);
         if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))
         {
           omit = true;
@@ -559,10 +578,11 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       if (arraySubst == kNone)
         break;
-      const Status status = RepeatElement(fragment, i + 1, op.len, arraySubst, array, out, escape, depth);
+      const std::uint32_t count = op.len;
+      const Status status = RepeatElement(fragment, i + 1, count, arraySubst, array, out, escape, depth);
       if (status != Status::Ok)
         return status;
-      i += op.len;
+      i += count;
       break;
     }
     }
@@ -576,7 +596,7 @@ Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, Event
   if (depth > detail::kMaxFragmentDepth)
     return Status::TooDeep;
   OpenedFragment fragment;
-  const std::size_t mark = subs.size();
+  const std::uint32_t mark = subsTop;
   Status status = Open(begin, end, true, fragment);
   for (std::uint32_t child = status == Status::Ok ? tnodes[fragment.compiled.root].firstChild : kNone;
        child != kNone && status == Status::Ok; child = tnodes[child].nextSibling)
@@ -593,7 +613,7 @@ Status Chunk::Impl::DecodeFragment(std::uint32_t begin, std::uint32_t end, Event
       status = Instantiate(child, fragment, tree, parent, depth, Item{});
     }
   }
-  subs.resize(mark);
+  subsTop = mark;
   return status;
 }
 

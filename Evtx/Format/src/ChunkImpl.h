@@ -13,8 +13,11 @@
 #include "Evtx/Event.h"
 #include "Evtx/TemplateCache.h"
 #include "Evtx/ValueText.h"
+#include "Bytes.h"
+#include "NameTable.h"
 #include "TextBuffer.h"
 
+#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -49,7 +52,8 @@ enum class OpKind : std::uint8_t
   // optional). An optional one that is null drops the element; an array value repeats it once
   // per item.
   ElementStart,
-  // An element's whole content, one substitution: OpenContent, Subst `subst`, Close (text).
+  // An element's whole content, one substitution: Subst `subst`, Close (text), after the '>'
+  // that ends the prefix.
   ContentSubst,
   // An optional attribute made of one substitution: AttrStart (text), Subst `subst`, AttrEnd.
   AttrSubst,
@@ -96,11 +100,13 @@ struct Compiled
   bool hasTree = false;        // root is set: compiled for decoding too
 };
 
-// A fragment opened for instantiation: its compiled template and its substitution values
-// (subs[base, base+count) of the chunk's value stack).
+// A fragment opened for instantiation: its compiled template and its substitution values,
+// described by the instance's descriptors (size and type, 4 bytes each) and located by
+// subs[base, base+count) of the chunk's offset stack.
 struct OpenedFragment
 {
   Compiled compiled;
+  const std::uint8_t* descriptors = nullptr;
   std::uint32_t base = 0;
   std::uint32_t count = 0;
 };
@@ -119,22 +125,38 @@ struct Chunk::Impl
   std::vector<std::uint32_t> elementSubsts;
   std::vector<detail::Compiled> compiled;
   std::unordered_map<std::uint32_t, std::uint32_t> templateIndex;
-  std::unordered_map<std::uint32_t, std::string> names;
+  // The templates looked up last, by key, in front of templateIndex: a chunk's records use
+  // few templates, and every record looks its own up.
+  struct RecentTemplate
+  {
+    std::uint32_t key = detail::kNone;
+    std::uint32_t index = 0;
+  };
+  std::array<RecentTemplate, 16> recentTemplates;
+  detail::NameTable names;
+  // Where a name is decoded before the table keeps it.
+  std::string nameText;
   // Some name holds a control that one-line XML rewrites (rare: templates check only then).
   bool namesHaveControls = false;
-  std::vector<Value> subs;
+  // Chunk offsets of the open fragments' substitution values: only these are worked out when
+  // a fragment opens; a value is made from its descriptor when it is used.
+  std::vector<std::uint32_t> subs;
+  // The stack's top: subs only grows, so that opening a fragment writes no zeros.
+  std::uint32_t subsTop = 0;
   // Work left for the record being decoded: a template may use a nested fragment many times,
   // so nesting alone does not bound the work on hostile input.
   std::uint64_t budget = 0;
   std::size_t outputLimit = 0;
 
   void Reset(const std::uint8_t* chunkData);
-  // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk.
+
+  // Name at a chunk offset (UTF-8), decoded once; false when it lies outside the chunk. Its
+  // tags are NameTable's.
   bool Name(std::uint32_t offset, std::string_view& out);
   // Compiled template for a definition offset, or for an element fragment starting at `offset`
   // (anonymous = true, ending at `end`). Compiles on first use, and again with its node tree
-  // the first time `tree` asks for it.
-  detail::Compiled Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
+  // the first time `tree` asks for it. The reference is valid until the next call.
+  const detail::Compiled& Get(std::uint32_t offset, std::uint32_t end, bool anonymous, bool tree);
   Status Open(std::uint32_t begin, std::uint32_t end, bool tree, detail::OpenedFragment& out);
 
   Status RenderFragment(std::uint32_t begin, std::uint32_t end, detail::TextBuffer& out,
@@ -150,25 +172,33 @@ private:
     std::uint32_t subst = detail::kNone;
     Value value;
   };
+  // Repeating: an element is being repeated, so `item` may stand for the substitution.
+  template <bool Repeating = true>
   Value Substitution(const detail::OpenedFragment& fragment, std::uint32_t index,
                      const Item& item) const noexcept
   {
-    if (index == item.subst)
+    if (Repeating && index == item.subst)
       return item.value;
-    return index < fragment.count ? subs[fragment.base + index] : Value{};
+    if (index >= fragment.count)
+      return Value{};
+    const std::uint8_t* descriptor = fragment.descriptors + 4 * std::size_t(index);
+    return Value{descriptor[2], data + subs[fragment.base + index], detail::Le16(descriptor)};
   }
   Status Run(const detail::OpenedFragment& fragment, detail::TextBuffer& out, TextEscape escape,
              int depth);
   // One-line output: rewrites what was rendered from `from` on when its literal text holds
   // line breaks or controls XML forbids.
   static void RewriteOneLine(detail::TextBuffer& out, std::size_t from, bool lineBreaks, bool controls);
-  // Appends a substitution's value (nothing for a NULL one).
-  Status AppendSubstitution(const Value& value, detail::TextBuffer& out, TextEscape escape,
-                            int depth);
-  // The part of a ContentSubst op after its prefix: '>', the value, and the closing text (or
-  // "/>" when the value shows nothing). Inlined: it runs for most values of a record.
-  [[gnu::always_inline]] inline Status AppendContent(const detail::Op& op, const Value& value, detail::TextBuffer& out,
-                       TextEscape escape, int depth);
+  // Appends a substitution's value (nothing for a NULL one). Inlined, so that a value costs the
+  // renderer one call, into the formatter.
+  [[gnu::always_inline]] inline Status AppendSubstitution(const Value& value, detail::TextBuffer& out,
+                                                          TextEscape escape, int depth);
+  // The part of a ContentSubst op after its prefix (which ends with the start tag's '>'): the
+  // value, and the closing text text[closeOff, closeOff+closeLen) (or "/>" when the value shows
+  // nothing). Inlined: it runs for most values of a record.
+  [[gnu::always_inline]] inline Status AppendContent(std::uint32_t closeOff, std::uint32_t closeLen,
+                                                     const Value& value, detail::TextBuffer& out,
+                                                     TextEscape escape, int depth);
   // Runs ops [first, first+count), an element, once per item of an array substitution.
   Status RepeatElement(const detail::OpenedFragment& fragment, std::uint32_t first,
                        std::uint32_t count, std::uint32_t arraySubst, const Value& array,
@@ -177,6 +207,8 @@ private:
   // the most, do not pay for the register saves of a nested render.
   [[gnu::noinline]] Status AppendFragmentValue(const Value& value, detail::TextBuffer& out,
                                                TextEscape escape, int depth);
+  // Repeating: run for one item of an array (item is set), else for the fragment itself.
+  template <bool Repeating>
   Status RunOps(const detail::OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                 detail::TextBuffer& out, TextEscape escape, int depth, const Item& item);
   Status Instantiate(std::uint32_t tnode, const detail::OpenedFragment& fragment,

@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <type_traits>
 #include <vector>
 
 namespace evtx::detail
 {
+static_assert(NameTable::kReadSlack >= kCopySlack);
+
 namespace
 {
 TNode MakeNode(NodeKind kind, std::string_view name = {}, Value value = {})
@@ -30,7 +33,7 @@ public:
   Compiler(Chunk::Impl& impl, std::uint32_t end) : impl_(impl), d_(impl.data), end_(end), text_(impl.text) {}
   // The text goes to `direct` and no ops are made (RenderPlainFragment).
   Compiler(Chunk::Impl& impl, std::uint32_t end, Text& direct)
-    : impl_(impl), d_(impl.data), end_(end), text_(direct), direct_(true)
+    : impl_(impl), d_(impl.data), end_(end), text_(direct)
   {
   }
 
@@ -45,7 +48,7 @@ public:
 
   std::uint32_t NewNode(const TNode& node) const
   {
-    if (!tree)
+    if (direct_ || !tree)
       return kNone;
     impl_.tnodes.push_back(node);
     return static_cast<std::uint32_t>(impl_.tnodes.size() - 1);
@@ -90,6 +93,16 @@ private:
     return false;
   }
 
+  // A name's tag; rendering straight into the output, a padded copy (the name table leaves
+  // room to read after each tag).
+  void AppendTag(std::string_view tag)
+  {
+    if constexpr (std::is_same_v<Text, TextBuffer>)
+      text_.AppendPadded(tag.data(), tag.size());
+    else
+      text_.append(tag);
+  }
+
   void Emit(std::string_view piece)
   {
     const auto size = static_cast<std::uint32_t>(text_.size());
@@ -122,7 +135,7 @@ private:
     if (!Need(pos, 4))
       return false;
     const std::uint32_t offset = Le32(d_ + pos);
-    if (shape != nullptr)
+    if (!direct_ && shape != nullptr)
       shape->names.push_back({pos, offset == pos + 4});
     pos += 4;
     if (offset == pos)
@@ -167,7 +180,7 @@ private:
     const bool withId = plausible(pos + 7);
     const bool withoutId = plausible(pos + 5);
     const bool hasId = anonymous ? (withId && !withoutId) : (withId || !withoutId);
-    if (shape != nullptr)
+    if (!direct_ && shape != nullptr)
       shape->elements.push_back({pos, withId, withoutId});
     pos += hasId ? 7 : 5;  // token, [dependency id], data size
     std::string_view name;
@@ -185,8 +198,7 @@ private:
     const auto textStart = static_cast<std::uint32_t>(text_.size());
     {
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_ += '<';
-      text_.append(name);
+      AppendTag(NameTable::OpenTag(name));
       EmitAppended(from);
     }
     if (hasAttributes)
@@ -200,15 +212,13 @@ private:
           return;
         const std::uint32_t attribute =
           NewNode(MakeNode(NodeKind::Attribute, attributeName));
-        if (tree && lastAttribute == kNone)
+        if (!direct_ && tree && lastAttribute == kNone)
           impl_.tnodes[element].firstAttribute = attribute;
-        else if (tree)
+        else if (!direct_ && tree)
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_ += ' ';
-        text_.append(attributeName);
-        text_ += "='";
+        AppendTag(NameTable::AttributeTag(attributeName));
         const auto startOp = static_cast<std::uint32_t>(impl_.ops.size());
         if (!direct_)
           impl_.ops.push_back(Op{OpKind::AttrStart, false, 0, from,
@@ -227,7 +237,7 @@ private:
         if (status != Status::Ok)
           return;
         const bool optional = onlySubstitutions && anyOptional;
-        if (tree)
+        if (!direct_ && tree)
           impl_.tnodes[attribute].optional = optional;
         // An attribute that always shows is plain text around its values.
         if (optional)
@@ -284,15 +294,11 @@ private:
         }
         if (direct_)
         {
-          text_ += "</";
-          text_.append(name);
-          text_ += '>';
+          AppendTag(NameTable::CloseTag(name));
           return;
         }
         const auto from = static_cast<std::uint32_t>(text_.size());
-        text_ += "</";
-        text_.append(name);
-        text_ += '>';
+        AppendTag(NameTable::CloseTag(name));
         impl_.ops.push_back(Op{OpKind::Close, false, 0, from,
                                static_cast<std::uint32_t>(text_.size()) - from});
         if (substs_.size() > substsBegin)
@@ -447,12 +453,12 @@ private:
       if (!Need(pos, 3))
         return;
       const std::uint16_t code = Le16(d_ + pos + 1);
-      char digits[8];
-      const auto end = std::to_chars(digits, digits + sizeof digits, code).ptr;
+      // "&#" and ';' around the code, written in one piece.
+      char reference[32] = {'&', '#'};
+      char* end = std::to_chars(reference + 2, reference + sizeof reference - 1, code).ptr;
+      *end++ = ';';
       const auto from = static_cast<std::uint32_t>(text_.size());
-      text_ += "&#";
-      text_.append(digits, end);
-      text_ += ';';
+      text_.append(reference, end);
       EmitAppended(from);
       TNode node = MakeNode(NodeKind::CharRef);
       node.charRef = code;
@@ -533,7 +539,9 @@ private:
   const std::uint8_t* d_;
   std::uint32_t end_;
   Text& text_;
-  bool direct_ = false;
+  // Rendering straight into the output: no ops, no tree, no shape (known when compiling, so
+  // that the renderer's copy of this class carries none of their code).
+  static constexpr bool direct_ = std::is_same_v<Text, TextBuffer>;
   std::vector<std::uint32_t> substs_;
 
 public:
@@ -630,7 +638,12 @@ private:
         continue;
       if (first.kind == OpKind::OpenContent && last.kind == OpKind::Close)
       {
-        first = Op{OpKind::ContentSubst, subst.optional, subst.subst, last.off, last.len};
+        // The OpenContent's '>' stays as text, and so becomes the end of the prefix.
+        first.kind = OpKind::Text;
+        ops_[i + 1] = Op{OpKind::ContentSubst, subst.optional, subst.subst, last.off, last.len};
+        ops_[i + 2] = Op{};
+        i += 2;
+        continue;
       }
       else if (first.kind == OpKind::AttrStart && first.optional && last.kind == OpKind::AttrEnd)
       {
@@ -752,6 +765,8 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   compiler.Fragment(begin, out.root);
   Fuser(impl).Run(out.opBegin);
   out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
+  // The renderer's padded appends read this far past any piece of the text.
+  impl.text.append(kCopySlack, '\0');
   out.status = compiler.status;
   out.lineBreaks = compiler.lineBreaks;
   out.controls = compiler.controls;

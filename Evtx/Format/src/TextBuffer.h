@@ -17,6 +17,9 @@
 
 namespace evtx::detail
 {
+// Bytes a padded append may read past its source and write past its text (see AppendPadded).
+inline constexpr std::size_t kCopySlack = 32;
+
 class TextBuffer
 {
 public:
@@ -47,6 +50,25 @@ public:
   {
     Reserve(n);
     Copy(buf_ + size_, p, n);
+    size_ += n;
+  }
+  // The same for text followed by kCopySlack readable bytes (the compiled templates' text
+  // table ends with that many): a short piece is copied as 32 bytes, in two moves and no
+  // decision on its length.
+  void AppendPadded(const char* p, std::size_t n)
+  {
+    Reserve(n + kCopySlack);
+    char* to = buf_ + size_;
+    if (n <= kCopySlack)
+    {
+      char block[kCopySlack];
+      std::memcpy(block, p, kCopySlack);
+      std::memcpy(to, block, kCopySlack);
+    }
+    else
+    {
+      std::memcpy(to, p, n);
+    }
     size_ += n;
   }
   void append(const char* first, const char* last)
@@ -115,7 +137,8 @@ private:
     }
   }
 
-  void Grow(std::size_t n)
+  // Out of line: the appends inlined everywhere keep only a call for their rare slow path.
+  [[gnu::noinline]] void Grow(std::size_t n)
   {
     // The string's own growth is geometric; the room added here is small, since the string
     // zero-fills it and records are a few hundred bytes.

@@ -33,6 +33,7 @@
 // them unescaped (U+0003 in 4739 events breaks .NET's XML reader:
 // https://github.com/BeanBagKing/EventFinder2/issues/5); U+2400 + code keeps the code readable.
 #include "Evtx/ValueText.h"
+#include "Evtx/WidenAscii.h"
 
 #include "Bytes.h"
 #include "HexDigits.h"
@@ -169,21 +170,58 @@ void AppendCodePoint(Out& out, std::uint32_t cp)
   out.append(bytes, n);
 }
 
+// "00" to "99": a date takes its digits two at a time.
+constexpr std::array<char, 200> MakeDigitPairs()
+{
+  std::array<char, 200> pairs{};
+  for (std::size_t v = 0; v < 100; ++v)
+  {
+    pairs[2 * v] = static_cast<char>('0' + v / 10);
+    pairs[2 * v + 1] = static_cast<char>('0' + v % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
+
 template <class Out, class T>
 void AppendNumber(Out& out, T value)
 {
-  // Single digits (levels, versions, opcodes) are among the most common numbers of an event.
   if constexpr (std::is_unsigned_v<T>)
   {
+    // Single digits (levels, versions, opcodes) are among the most common numbers of an event.
     if (value < 10)
     {
       out += static_cast<char>('0' + value);
       return;
     }
+    // Two digits at a time from the end (record numbers, process and thread ids are the rest).
+    using Wide = std::conditional_t<(sizeof(T) > 4), std::uint64_t, std::uint32_t>;
+    Wide rest = value;
+    char digits[20];
+    char* first = digits + sizeof digits;
+    while (rest >= 100)
+    {
+      first -= 2;
+      std::memcpy(first, kDigitPairs.data() + 2 * std::size_t(rest % 100), 2);
+      rest /= 100;
+    }
+    if (rest >= 10)
+    {
+      first -= 2;
+      std::memcpy(first, kDigitPairs.data() + 2 * std::size_t(rest), 2);
+    }
+    else
+    {
+      *--first = static_cast<char>('0' + rest);
+    }
+    out.append(first, static_cast<std::size_t>(digits + sizeof digits - first));
   }
-  char digits[32];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  out.append(digits, end);
+  else
+  {
+    char digits[32];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    out.append(digits, end);
+  }
 }
 
 template <class Out>
@@ -203,18 +241,6 @@ void AppendHex(Out& out, std::uint64_t value, int minDigits)
   out.append(first, text + sizeof text);
 }
 
-// "00" to "99": a date takes its digits two at a time.
-constexpr std::array<char, 200> MakeDigitPairs()
-{
-  std::array<char, 200> pairs{};
-  for (std::size_t v = 0; v < 100; ++v)
-  {
-    pairs[2 * v] = static_cast<char>('0' + v / 10);
-    pairs[2 * v + 1] = static_cast<char>('0' + v % 10);
-  }
-  return pairs;
-}
-constexpr std::array<char, 200> kDigitPairs = MakeDigitPairs();
 
 // Two decimal digits of v (mod 100) at `to`.
 void Put2(char* to, unsigned v)
@@ -873,22 +899,27 @@ std::size_t DecodeUtf8(std::string_view text, wchar_t* to)
   std::size_t units = 0;
   for (std::size_t i = 0; i < size;)
   {
-    // Sixteen ASCII bytes at a time (a fixed-size loop the compiler turns into vector code).
-    while (i + 16 <= size)
+    // Sixteen ASCII bytes at a time.
+    if constexpr (Write)
     {
-      // A local copy: the output cannot alias it, so the widening loop vectorises.
-      std::uint8_t block[16];
-      std::memcpy(block, bytes + i, 16);
-      std::uint64_t a = 0, b = 0;
-      std::memcpy(&a, block, 8);
-      std::memcpy(&b, block + 8, 8);
-      if (((a | b) & 0x8080808080808080ull) != 0)
-        break;
-      if constexpr (Write)
-        for (std::size_t k = 0; k < 16; ++k)
-          to[units + k] = static_cast<wchar_t>(block[k]);
-      units += 16;
-      i += 16;
+      while (i + 16 <= size && WidenAscii16(bytes + i, to + units))
+      {
+        units += 16;
+        i += 16;
+      }
+    }
+    else
+    {
+      while (i + 16 <= size)
+      {
+        std::uint64_t a = 0, b = 0;
+        std::memcpy(&a, bytes + i, 8);
+        std::memcpy(&b, bytes + i + 8, 8);
+        if (((a | b) & 0x8080808080808080ull) != 0)
+          break;
+        units += 16;
+        i += 16;
+      }
     }
     while (i < size && bytes[i] < 0x80)
     {

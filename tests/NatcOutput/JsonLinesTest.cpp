@@ -377,9 +377,9 @@ TEST(JsonLines, DateTimesRepeatedOrNotPrintTheirOwnText)
   COleDateTimeEx invalid = first;
   invalid.SetStatus(COleDateTimeEx::invalid);
   // Valid, but past the year 9999: no text.
-  const COleDateTimeEx far(3000000.0);
+  const COleDateTimeEx beyondYear9999(3000000.0);
   CRecordOnVectorNoKey record(0, 8);
-  const COleDateTimeEx* const times[] = {&first, &first, &second, &invalid, &second, &far, &far, &first};
+  const COleDateTimeEx* const times[] = {&first, &first, &second, &invalid, &second, &beyondYear9999, &beyondYear9999, &first};
   for (const COleDateTimeEx* time : times)
     record.AddField(Name(L"t"), FieldValue(*time));
   const std::string a = R"("2019-03-09T07:23:05.468Z")";

@@ -43,16 +43,18 @@ measure() {
   awk '{printf "%.2f %d\n", $1 + $2, $3}' "$work/t" >>"$work/$name"
 }
 
-# natc run has no end of its own: stop it with SIGTERM once its first update's "Running" is out.
+# natc run has no end of its own: stop it with SIGTERM once its log says the first update's
+# "Running". Its records go to /dev/null as those of natc events do: a pipe would add the
+# kernel's copy of every line to one side of the comparison only.
 # measure_run NAME [ARGS...] also keeps the wall-clock seconds in NAME.wall.
 measure_run() {
   local name=$1
   shift
   rm -f "$work/pid" "$work/state.json"
   /usr/bin/time -f '%U %S %M %e' -o "$work/t" sh -c 'echo $$ >"$1"; shift; exec "$@"' sh "$work/pid" \
-    "$natc" run "$work/run.json" "$@" 2>"$work/err" |
+    "$natc" run "$work/run.json" "$@" 2>&1 >/dev/null |
     {
-      grep -m1 -q '"state":"Running"' || true
+      grep -m1 -q 'New state: Running' || true
       kill -TERM "$(cat "$work/pid")"
       cat >/dev/null
     }

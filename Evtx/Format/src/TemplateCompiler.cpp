@@ -759,6 +759,7 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   compiler.tree = tree;
   compiler.shape = shape;
   out.hasTree = tree;
+  out.tables = &impl.own;
   compiler.opsBegun_ = impl.ops.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
   out.root = compiler.NewNode(TNode{});

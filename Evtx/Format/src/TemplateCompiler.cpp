@@ -148,7 +148,8 @@ private:
         return false;
       pos += 8 + 2 * count + 2;
     }
-    if (!impl_.Name(offset, name))
+    // A name met before is found here, without the call that decodes a new one.
+    if (!impl_.names.Find(offset, name) && !impl_.Name(offset, name))
     {
       status = Status::BadData;
       return false;

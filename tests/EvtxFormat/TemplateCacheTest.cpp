@@ -73,6 +73,19 @@ std::vector<std::string> RenderAlone(const std::uint8_t* bytes)
   return RenderAll(chunk);
 }
 
+// A copy of a chunk whose template says "host-2" where the original says "host-1" (its GUID
+// and size unchanged, as in a chunk damaged in place); empty when the name is not found.
+std::vector<std::uint8_t> Damaged(const std::vector<std::uint8_t>& file, std::size_t index)
+{
+  std::vector<std::uint8_t> damaged(ChunkBytes(file, index), ChunkBytes(file, index) + evtx::kChunkSize);
+  const std::uint8_t host1[] = {'h', 0, 'o', 0, 's', 0, 't', 0, '-', 0, '1', 0};
+  const auto found = std::search(damaged.begin(), damaged.end(), std::begin(host1), std::end(host1));
+  if (found == damaged.end())
+    return {};
+  found[10] = '2';
+  return damaged;
+}
+
 TEST(TemplateCache, DefinitionRepeatedAtAnotherOffsetCompilesOnce)
 {
   const TempLog log;
@@ -102,13 +115,8 @@ TEST(TemplateCache, SameGuidWithOtherBytesIsNotShared)
   const TempLog log;
   const std::vector<std::uint8_t> file = WriteLog(log);
   ASSERT_GE(file.size(), evtx::kFileHeaderSize + 2 * evtx::kChunkSize);
-  // A copy of chunk 1 whose template says "host-2" where the original says "host-1" (its
-  // GUID and size unchanged, as in a chunk damaged in place).
-  std::vector<std::uint8_t> damaged(ChunkBytes(file, 1), ChunkBytes(file, 1) + evtx::kChunkSize);
-  const std::uint8_t host1[] = {'h', 0, 'o', 0, 's', 0, 't', 0, '-', 0, '1', 0};
-  const auto found = std::search(damaged.begin(), damaged.end(), std::begin(host1), std::end(host1));
-  ASSERT_NE(found, damaged.end());
-  found[10] = '2';
+  const std::vector<std::uint8_t> damaged = Damaged(file, 1);
+  ASSERT_FALSE(damaged.empty());
 
   const auto cache = std::make_shared<evtx::TemplateCache>();
   evtx::Chunk original;
@@ -125,6 +133,53 @@ TEST(TemplateCache, SameGuidWithOtherBytesIsNotShared)
   EXPECT_EQ(originalXml, RenderAlone(ChunkBytes(file, 1)));
   EXPECT_EQ(cache->Stored(), 2u);
   EXPECT_EQ(cache->Hits(), 0u);
+}
+
+// The smallest limit (in steps of 64 bytes) at which a cache keeps the one template of chunk 1.
+std::size_t OneTemplateLimit(const std::vector<std::uint8_t>& file)
+{
+  for (std::size_t limit = 64; limit < evtx::TemplateCache::kDefaultLimit; limit += 64)
+  {
+    const auto cache = std::make_shared<evtx::TemplateCache>(limit);
+    evtx::Chunk chunk;
+    chunk.ShareTemplates(cache);
+    EXPECT_EQ(chunk.Load(ChunkBytes(file, 1), evtx::kChunkSize), evtx::Status::Ok);
+    RenderAll(chunk);
+    if (cache->Stored() == 1)
+      return limit;
+  }
+  return 0;
+}
+
+TEST(TemplateCache, TemplateTakenStaysWhenTheCacheStartsOver)
+{
+  const TempLog log;
+  const std::vector<std::uint8_t> file = WriteLog(log);
+  ASSERT_GE(file.size(), evtx::kFileHeaderSize + 3 * evtx::kChunkSize);
+  const std::vector<std::uint8_t> damaged = Damaged(file, 2);
+  ASSERT_FALSE(damaged.empty());
+  const std::size_t limit = OneTemplateLimit(file);
+  ASSERT_NE(limit, 0u);
+
+  // Room for one template: storing the damaged chunk's drops the one chunk 2 took from chunk 1.
+  const auto cache = std::make_shared<evtx::TemplateCache>(limit);
+  evtx::Chunk first;
+  evtx::Chunk taker;
+  evtx::Chunk changed;
+  for (evtx::Chunk* chunk : {&first, &taker, &changed})
+    chunk->ShareTemplates(cache);
+  ASSERT_EQ(first.Load(ChunkBytes(file, 1), evtx::kChunkSize), evtx::Status::Ok);
+  ASSERT_EQ(taker.Load(ChunkBytes(file, 2), evtx::kChunkSize), evtx::Status::Ok);
+  ASSERT_EQ(changed.Load(damaged.data(), damaged.size()), evtx::Status::Ok);
+  RenderAll(first);
+  const std::vector<evtx::Record>& records = taker.Records();
+  ASSERT_GE(records.size(), 2u);
+  std::string head;
+  ASSERT_EQ(taker.RenderXml(records[0], head), evtx::Status::Ok);
+  ASSERT_EQ(cache->Hits(), 1u);
+  EXPECT_EQ(RenderAll(changed), RenderAlone(damaged.data()));
+  EXPECT_EQ(cache->Stored(), 2u);
+  EXPECT_EQ(RenderAll(taker), RenderAlone(ChunkBytes(file, 2)));
 }
 
 TEST(TemplateCache, ChunksOfAFileRenderAsEachAlone)

@@ -155,6 +155,7 @@ void Chunk::Impl::Reset(const std::uint8_t* chunkData)
   elementSubsts.clear();
   compiled.clear();
   templateIndex.clear();
+  sharedTables.clear();
   recentTemplates.fill(RecentTemplate{});
   names.Clear();
   namesHaveControls = false;
@@ -392,8 +393,9 @@ Status Chunk::Impl::AppendSubstitution(const Value& value, detail::TextBuffer& o
   return out.size() > outputLimit ? Status::TooDeep : Status::Ok;
 }
 
-Status Chunk::Impl::AppendContent(std::uint32_t closeOff, std::uint32_t closeLen, const Value& value,
-                                  detail::TextBuffer& out, TextEscape escape, int depth)
+Status Chunk::Impl::AppendContent(const std::string& closeText, std::uint32_t closeOff,
+                                  std::uint32_t closeLen, const Value& value, detail::TextBuffer& out,
+                                  TextEscape escape, int depth)
 {
   const std::size_t start = out.size();
   const Status status = AppendSubstitution(value, out, escape, depth);
@@ -406,7 +408,7 @@ Status Chunk::Impl::AppendContent(std::uint32_t closeOff, std::uint32_t closeLen
   }
   else
   {
-    out.AppendPadded(text.data() + closeOff, closeLen);
+    out.AppendPadded(closeText.data() + closeOff, closeLen);
   }
   return Status::Ok;
 }
@@ -443,6 +445,10 @@ template <bool Repeating>
 Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, std::uint32_t end,
                            detail::TextBuffer& out, TextEscape escape, int depth, const Item& item)
 {
+  const detail::TemplateTables& tables = *fragment.compiled.tables;
+  const std::vector<detail::Op>& opTable = tables.ops;
+  const std::string& textTable = tables.text;
+  const std::vector<std::uint32_t>& substTable = tables.elementSubsts;
   std::size_t contentStart[detail::kMaxElementDepth + 2];
   int open = 0;
   std::size_t attributeStart = 0;
@@ -451,9 +457,9 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
   {
     // Valid until a value renders: a nested fragment compiled meanwhile may move the ops, so
     // what is needed after a value is read before it.
-    const detail::Op& op = ops[i];
+    const detail::Op& op = opTable[i];
     if (op.preLen != 0)
-      out.AppendPadded(text.data() + op.pre, op.preLen);
+      out.AppendPadded(textTable.data() + op.pre, op.preLen);
     switch (op.kind)
     {
     case OpKind::Text:
@@ -470,13 +476,13 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       }
       else
       {
-        out.AppendPadded(text.data() + op.off, op.len);
+        out.AppendPadded(textTable.data() + op.off, op.len);
       }
       break;
     case OpKind::AttrStart:
       attributeStart = out.size();
       attributeHasValue = false;
-      out.AppendPadded(text.data() + op.off, op.len);
+      out.AppendPadded(textTable.data() + op.off, op.len);
       break;
     case OpKind::AttrEnd:
       if (op.optional && !attributeHasValue)
@@ -495,7 +501,8 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     }
     case OpKind::ContentSubst:
     {
-      const Status status = AppendContent(op.off, op.len, Substitution<Repeating>(fragment, op.subst, item), out, escape, depth);
+      const Status status = AppendContent(textTable, op.off, op.len,
+                                          Substitution<Repeating>(fragment, op.subst, item), out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -503,7 +510,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     case OpKind::AttrSubst:
     {
       const std::size_t start = out.size();
-      out.AppendPadded(text.data() + op.off, op.len);
+      out.AppendPadded(textTable.data() + op.off, op.len);
       const Value value = Substitution<Repeating>(fragment, op.subst, item);
       const Status status = AppendSubstitution(value, out, escape, depth);
       if (status != Status::Ok)
@@ -517,7 +524,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
     case OpKind::ElementSubst:
     {
       // ElementStart and the ContentSubst after it in one step (see OpKind).
-      const std::uint32_t entry = elementSubsts[op.off];
+      const std::uint32_t entry = substTable[op.off];
       const Value value = Substitution<Repeating>(fragment, entry & 0xffffu, item);
       if (depth != 0 || open != 0 || Repeating)
       {
@@ -537,10 +544,10 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
           break;
         }
       }
-      const detail::Op& content = ops[++i];
+      const detail::Op& content = opTable[++i];
       if (content.preLen != 0)
-        out.AppendPadded(text.data() + content.pre, content.preLen);
-      const Status status = AppendContent(content.off, content.len, value, out, escape, depth);
+        out.AppendPadded(textTable.data() + content.pre, content.preLen);
+      const Status status = AppendContent(textTable, content.off, content.len, value, out, escape, depth);
       if (status != Status::Ok)
         return status;
       break;
@@ -557,7 +564,7 @@ Status Chunk::Impl::RunOps(const OpenedFragment& fragment, std::uint32_t begin, 
       bool omit = false;
       for (std::uint32_t k = op.off; k < op.off + op.subst; ++k)
       {
-        const std::uint32_t entry = elementSubsts[k];
+        const std::uint32_t entry = substTable[k];
         const std::uint32_t index = entry & 0xffffu;
         const Value value = Substitution<Repeating>(fragment, index, item);
         if ((entry & detail::kOptionalSubst) != 0 && IsNullType(value))

@@ -89,9 +89,20 @@ struct TNode
   Value value;
 };
 
+// A compiled template's tables, never changed once made: the template cache hands the same
+// ones to chunks decoding on several threads.
+struct TemplateTables
+{
+  std::vector<Op> ops;
+  std::string text;
+  std::vector<std::uint32_t> elementSubsts;
+};
+
 struct Compiled
 {
   Status status = Status::Ok;
+  // The tables the ops are in: the chunk's own, or the template cache's (held by the chunk).
+  const TemplateTables* tables = nullptr;
   std::uint32_t opBegin = 0;
   std::uint32_t opEnd = 0;
   std::uint32_t root = kNone;  // a nameless element whose children are the fragment's nodes
@@ -119,12 +130,16 @@ struct Chunk::Impl
   const std::uint8_t* data = nullptr;
   // Templates compiled by other chunks of the same reader (none: compile every one here).
   std::shared_ptr<TemplateCache> shared;
-  std::vector<detail::Op> ops;
-  std::string text;
+  // The templates compiled here; a template's ops find their tables through Compiled::tables.
+  detail::TemplateTables own;
+  std::vector<detail::Op>& ops = own.ops;
+  std::string& text = own.text;
+  std::vector<std::uint32_t>& elementSubsts = own.elementSubsts;
   std::vector<detail::TNode> tnodes;
-  std::vector<std::uint32_t> elementSubsts;
   std::vector<detail::Compiled> compiled;
   std::unordered_map<std::uint32_t, std::uint32_t> templateIndex;
+  // The template cache's tables this chunk's templates use, kept while the chunk is loaded.
+  std::vector<std::shared_ptr<const detail::TemplateTables>> sharedTables;
   // The templates looked up last, by key, in front of templateIndex: a chunk's records use
   // few templates, and every record looks its own up.
   struct RecentTemplate
@@ -194,10 +209,11 @@ private:
   [[gnu::always_inline]] inline Status AppendSubstitution(const Value& value, detail::TextBuffer& out,
                                                           TextEscape escape, int depth);
   // The part of a ContentSubst op after its prefix (which ends with the start tag's '>'): the
-  // value, and the closing text text[closeOff, closeOff+closeLen) (or "/>" when the value shows
+  // value, and the closing text closeText[closeOff, closeOff+closeLen) (or "/>" when the value shows
   // nothing). Inlined: it runs for most values of a record.
-  [[gnu::always_inline]] inline Status AppendContent(std::uint32_t closeOff, std::uint32_t closeLen,
-                                                     const Value& value, detail::TextBuffer& out,
+  [[gnu::always_inline]] inline Status AppendContent(const std::string& closeText, std::uint32_t closeOff,
+                                                     std::uint32_t closeLen, const Value& value,
+                                                     detail::TextBuffer& out,
                                                      TextEscape escape, int depth);
   // Runs ops [first, first+count), an element, once per item of an array substitution.
   Status RepeatElement(const detail::OpenedFragment& fragment, std::uint32_t first,

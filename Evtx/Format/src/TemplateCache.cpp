@@ -35,7 +35,7 @@ std::uint64_t Key(const std::uint8_t* data, std::uint32_t definition)
          (std::uint64_t(Le32(data + definition + 20)) << 32);
 }
 
-// Offsets into the chunk's text and substitution tables move with the template's tables.
+// Offsets into the text and substitution tables move with the template's tables.
 Op Shifted(Op op, std::uint32_t text, std::uint32_t substs)
 {
   switch (op.kind)
@@ -125,15 +125,10 @@ bool TemplateStore::Find(Chunk::Impl& impl, std::uint32_t definition, Compiled& 
     const Entry& entry = entries_[it->second];
     if (!Matches(entry, impl.data, definition))
       continue;
-    const auto text = static_cast<std::uint32_t>(impl.text.size());
-    const auto substs = static_cast<std::uint32_t>(impl.elementSubsts.size());
-    impl.text += entry.text;
-    impl.elementSubsts.insert(impl.elementSubsts.end(), entry.substs.begin(), entry.substs.end());
+    impl.sharedTables.push_back(entry.tables);
     out = Compiled{};
-    out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
-    for (const Op& op : entry.ops)
-      impl.ops.push_back(Shifted(op, text, substs));
-    out.opEnd = static_cast<std::uint32_t>(impl.ops.size());
+    out.tables = entry.tables.get();
+    out.opEnd = static_cast<std::uint32_t>(entry.tables->ops.size());
     out.lineBreaks = entry.lineBreaks;
     out.controls = entry.controls;
     ++hits_;
@@ -171,10 +166,12 @@ void TemplateStore::Add(const Chunk::Impl& impl, std::uint32_t definition,
     std::memset(entry.bytes.data() + at, 0, 4);
   for (const TemplateShape::ElementLayout& element : shape.elements)
     entry.shape.elements.push_back({element.at - begin, element.withId, element.withoutId});
+  auto tables = std::make_shared<TemplateTables>();
   for (std::uint32_t i = compiled.opBegin; i < compiled.opEnd; ++i)
-    entry.ops.push_back(Shifted(impl.ops[i], 0u - textBegin, 0u - substsBegin));
-  entry.text.assign(impl.text, textBegin);
-  entry.substs.assign(impl.elementSubsts.begin() + substsBegin, impl.elementSubsts.end());
+    tables->ops.push_back(Shifted(impl.ops[i], 0u - textBegin, 0u - substsBegin));
+  tables->text.assign(impl.text, textBegin);
+  tables->elementSubsts.assign(impl.elementSubsts.begin() + substsBegin, impl.elementSubsts.end());
+  entry.tables = std::move(tables);
   entry.lineBreaks = compiled.lineBreaks;
   entry.controls = compiled.controls;
 
@@ -200,8 +197,8 @@ std::size_t TemplateStore::Footprint(const Entry& entry)
   return sizeof(Entry) + entry.bytes.size() + 4 * entry.masked.size() +
          sizeof(TemplateShape::NameField) * entry.shape.names.size() +
          sizeof(TemplateShape::ElementLayout) * entry.shape.elements.size() +
-         entry.external.size() + sizeof(Op) * entry.ops.size() + entry.text.size() +
-         4 * entry.substs.size();
+         entry.external.size() + sizeof(TemplateTables) + sizeof(Op) * entry.tables->ops.size() +
+         entry.tables->text.size() + 4 * entry.tables->elementSubsts.size();
 }
 
 std::uint64_t TemplateStore::Stored() const

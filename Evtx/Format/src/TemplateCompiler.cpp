@@ -148,7 +148,8 @@ private:
         return false;
       pos += 8 + 2 * count + 2;
     }
-    if (!impl_.Name(offset, name))
+    // A name met before is found here, without the call that decodes a new one.
+    if (!impl_.names.Find(offset, name) && !impl_.Name(offset, name))
     {
       status = Status::BadData;
       return false;
@@ -759,6 +760,7 @@ void CompileTemplate(Chunk::Impl& impl, std::uint32_t begin, std::uint32_t end, 
   compiler.tree = tree;
   compiler.shape = shape;
   out.hasTree = tree;
+  out.tables = &impl.own;
   compiler.opsBegun_ = impl.ops.size();
   out.opBegin = static_cast<std::uint32_t>(impl.ops.size());
   out.root = compiler.NewNode(TNode{});

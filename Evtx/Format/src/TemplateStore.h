@@ -1,11 +1,12 @@
 // Internals of TemplateCache: the entries (a definition's bytes and the compiled ops it gave),
-// the checks that tell whether a definition in another chunk compiles the same, and the copy of
-// an entry into a chunk's op and text tables.
+// the checks that tell whether a definition in another chunk compiles the same, and the handing
+// of an entry's tables (shared, read-only) to a chunk.
 #pragma once
 
 #include "ChunkImpl.h"
 #include "Evtx/TemplateCache.h"
 
+#include <memory>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -38,8 +39,8 @@ class TemplateStore
 public:
   explicit TemplateStore(std::size_t byteLimit) : byteLimit_(byteLimit) {}
 
-  // Appends to impl's tables the compiled form of the definition at `definition` when an entry
-  // matches it; false otherwise.
+  // Gives impl the compiled form of the definition at `definition` when an entry matches it (its
+  // tables, which impl keeps); false otherwise.
   bool Find(Chunk::Impl& impl, std::uint32_t definition, Compiled& out);
   // Stores what CompileTemplate appended to impl's tables from the given marks on.
   void Add(const Chunk::Impl& impl, std::uint32_t definition, const TemplateShape& shape,
@@ -57,9 +58,8 @@ private:
     std::vector<std::uint32_t> masked;
     TemplateShape shape;                // offsets relative to the data
     std::vector<std::uint8_t> external; // per outside name: its count and UTF-16 text
-    std::vector<Op> ops;                // text and substitution offsets relative to these:
-    std::string text;
-    std::vector<std::uint32_t> substs;
+    // Ops whose text and substitution offsets are relative to these tables.
+    std::shared_ptr<const TemplateTables> tables;
     bool lineBreaks = false;
     bool controls = false;
   };

@@ -6,7 +6,8 @@
 // A definition is reused only when its bytes match (names it refers to outside itself and the
 // layout choices the compiler made are checked too), never by GUID or hash alone, so a damaged
 // chunk cannot make another chunk render its template. Memory is bounded: the cache starts
-// over when its entries exceed the byte limit. Thread safety: its own lock.
+// over when its entries exceed the byte limit; a chunk keeps the entries it took. Thread safety:
+// its own lock, and an entry never changes once stored.
 #pragma once
 
 #include <cstddef>

@@ -96,9 +96,9 @@ char* PutUtf8(char* out, char32_t c)
   return out;
 }
 
-bool IsText(const pugi::xml_node& node) noexcept
+bool IsText(pugi::xml_node_type type) noexcept
 {
-  return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
+  return type == pugi::node_pcdata || type == pugi::node_cdata;
 }
 
 // Turns the values of the parsed document into wide text. A document of ASCII only, which the
@@ -138,7 +138,7 @@ private:
 void AppendText(const CValueSource& source, const pugi::xml_node& node, tstring& out)
 {
   source.Append(node.value(), out);
-  if (const pugi::xml_node_type type = node.type(); type == pugi::node_pcdata || type == pugi::node_cdata)
+  if (IsText(node.type()))
     return;
   for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
     AppendText(source, child, out);
@@ -501,7 +501,7 @@ void CEventXmlReader::Read(std::wstring_view xml, SEventXmlText& text)
     source.Append(leading, nextItem());
   for (pugi::xml_node child = found.EventData.first_child(); child; child = child.next_sibling())
   {
-    if (child.type() == pugi::node_element || IsText(child))
+    if (const pugi::xml_node_type type = child.type(); type == pugi::node_element || IsText(type))
       AppendText(source, child, nextItem());
   }
   while (text.Data.size() > count)

@@ -188,13 +188,9 @@ void CJsonLineWriter::Value(const FieldValue& value)
   case 0:
     Text(std::get<0>(value));
     return;
-  case 1: {
-    // The Writer's own conversions, so that numbers print as they always did.
-    constexpr std::size_t worst = 21;
-    char* const at = m_out->Push(worst);
-    m_out->Pop(worst - static_cast<std::size_t>(rapidjson::internal::i64toa(std::get<1>(value), at) - at));
+  case 1:
+    Number<21>([&](char* at) { return rapidjson::internal::i64toa(std::get<1>(value), at); });
     return;
-  }
   case 2: {
     // JSON has no NaN or infinity.
     if (!std::isfinite(std::get<2>(value)))
@@ -202,10 +198,7 @@ void CJsonLineWriter::Value(const FieldValue& value)
       Literal("null");
       return;
     }
-    constexpr std::size_t worst = 25;
-    char* const at = m_out->Push(worst);
-    m_out->Pop(worst - static_cast<std::size_t>(
-                         rapidjson::internal::dtoa(std::get<2>(value), at, maxDecimalPlaces) - at));
+    Number<25>([&](char* at) { return rapidjson::internal::dtoa(std::get<2>(value), at, maxDecimalPlaces); });
     return;
   }
   case 3: {
@@ -258,7 +251,7 @@ void CJsonLineWriter::Value(const FieldValue& value)
   default: {
     const auto& object = std::get<6>(value);
     if (auto* record = dynamic_cast<collector::ni::IRecord*>(object.get()))
-      RecordFields(*record);
+      RecordFields(dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(record));
     else
       Literal("null");
     return;
@@ -268,9 +261,9 @@ void CJsonLineWriter::Value(const FieldValue& value)
 
 // Records built on a vector are printed in the order their fields were added; other records
 // have no way to list their fields, so they print as an empty object.
-void CJsonLineWriter::RecordFields(collector::ni::IRecord& record)
+void CJsonLineWriter::RecordFields(const collector::ni::impl::CRecordOnVectorNoKey* onVector)
 {
-  if (const auto* onVector = dynamic_cast<const collector::ni::impl::CRecordOnVectorNoKey*>(&record))
+  if (onVector != nullptr)
     Fields(onVector->GetFields());
   else
     Literal("{}");
@@ -324,9 +317,7 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
   if (kind.composition != nullptr)
   {
     Literal(R"("type":)");
-    constexpr std::size_t worst = 10;
-    char* const at = out.Push(worst);
-    out.Pop(worst - static_cast<std::size_t>(rapidjson::internal::u32toa(kind.composition->GetType(), at) - at));
+    Number<10>([&](char* at) { return rapidjson::internal::u32toa(kind.composition->GetType(), at); });
     out.Put(',');
   }
   if (collector::ni::IKey* key = record.GetKey())
@@ -342,10 +333,7 @@ void CJsonLineWriter::AppendRecordLine(rapidjson::StringBuffer& out, std::string
     Literal("},");
   }
   Literal(R"("fields":)");
-  if (kind.onVector != nullptr)
-    Fields(kind.onVector->GetFields());
-  else
-    RecordFields(record);
+  RecordFields(kind.onVector);
   Literal("}\n");
 }
 

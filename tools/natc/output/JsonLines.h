@@ -73,9 +73,18 @@ private:
     std::memcpy(m_out->Push(N - 1), text, N - 1);
   }
   void Text(std::wstring_view text);
+  // A number as RapidJSON's Writer writes it (so numbers print as they always did): `write`
+  // puts at most Worst characters at its argument and returns their end.
+  template <std::size_t Worst, class Write>
+  void Number(Write write)
+  {
+    char* const at = m_out->Push(Worst);
+    m_out->Pop(Worst - static_cast<std::size_t>(write(at) - at));
+  }
   void Value(const collector::ni::FieldValue& value);
   void Fields(const std::vector<collector::ni::impl::CField>& fields);
-  void RecordFields(collector::ni::IRecord& record);
+  // The fields of a record built on a vector; other records (null) print as an empty object.
+  void RecordFields(const collector::ni::impl::CRecordOnVectorNoKey* onVector);
   // A key, with the comma when it is not the first of its object.
   void Key(const SKey& key, bool first);
   // The key of a name, encoded on its first use; owner, when known, is the name's shared object.

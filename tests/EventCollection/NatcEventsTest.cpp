@@ -3,6 +3,7 @@
 // filters, a missing channel next to a present one, and argument errors.
 #include "TestSupport/Samples.h"
 #include "TestSupport/CommandOutput.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -40,21 +42,15 @@ protected:
   {
     if (!std::filesystem::exists(EvtxSamplesDirectory() / "system.evtx"))
       GTEST_SKIP() << "sample logs not found under " << EvtxSamplesDirectory();
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-events-test-XXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    m_host = pattern;
-    std::filesystem::create_symlink(EvtxSamplesDirectory() / "system.evtx", m_host / "System.evtx");
+    m_host.emplace("natc-events-test");
+    std::filesystem::create_symlink(EvtxSamplesDirectory() / "system.evtx", Host() / "System.evtx");
   }
-  void TearDown() override
-  {
-    std::error_code ignored;
-    if (!m_host.empty())
-      std::filesystem::remove_all(m_host, ignored);
-  }
+
+  const std::filesystem::path& Host() const { return m_host->Path(); }
 
   CommandOutput Events(const std::string& arguments, bool withStderr = false) const
   {
-    return RunCommand(std::string(NATC_BINARY) + " events --logs '" + m_host.string() + "' " + arguments, withStderr);
+    return RunCommand(std::string(NATC_BINARY) + " events --logs '" + Host().string() + "' " + arguments, withStderr);
   }
 
   struct Lines
@@ -80,7 +76,7 @@ protected:
     return lines;
   }
 
-  std::filesystem::path m_host;
+  std::optional<TempDirectory> m_host;
 };
 
 int EventTypeOfLevel(const Json& level)

@@ -5,6 +5,7 @@
 #include "TestLog.h"
 #include "TestSupport/CommandOutput.h"
 #include "TestSupport/Samples.h"
+#include "TestSupport/TempDirectory.h"
 
 #include "Evtx/Writer.h"
 
@@ -161,14 +162,12 @@ TEST_F(NatcEvtx, BareXPathAppliesToEveryFile)
 
 TEST_F(NatcEvtx, DirectoryDumpsEveryFileInNameOrder)
 {
-  std::string pattern = (std::filesystem::temp_directory_path() / "natc-evtx-test-XXXXXX").string();
-  ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-  const std::filesystem::path directory = pattern;
+  const TempDirectory temporary("natc-evtx-test");
+  const std::filesystem::path& directory = temporary.Path();
   std::filesystem::create_symlink(Sample("system.evtx"), directory / "a.evtx");
   std::filesystem::create_symlink(Sample("security.evtx"), directory / "b.evtx");
   std::ofstream(directory / "notes.txt") << "not a log\n";
   const CommandOutput output = Evtx("dump '" + directory.string() + "' --format jsonl");
-  std::filesystem::remove_all(directory);
   ASSERT_EQ(output.status, 0);
   const std::size_t system = Reference("system").size();
   ASSERT_EQ(output.lines.size(), system + Reference("security").size());

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "Platform/WinEvt.h"
+#include "TestSupport/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -18,27 +19,12 @@ namespace wevtapi_test
 class TempHost
 {
 public:
-  TempHost()
-  {
-    std::string pattern = (std::filesystem::temp_directory_path() / "natc-wevtapi-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr)
-      throw std::runtime_error("mkdtemp failed");
-    m_path = pattern;
-  }
-  ~TempHost()
-  {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-  }
-  TempHost(const TempHost&) = delete;
-  TempHost& operator=(const TempHost&) = delete;
-
-  const std::filesystem::path& Path() const { return m_path; }
-  std::string File(const std::string& name) const { return (m_path / name).string(); }
-  std::wstring WidePath() const { return m_path.wstring(); }
+  const std::filesystem::path& Path() const { return m_directory.Path(); }
+  std::string File(const std::string& name) const { return (Path() / name).string(); }
+  std::wstring WidePath() const { return Path().wstring(); }
 
 private:
-  std::filesystem::path m_path;
+  TempDirectory m_directory{"natc-wevtapi"};
 };
 
 struct HandleCloser

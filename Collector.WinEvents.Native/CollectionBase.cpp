@@ -9,6 +9,7 @@
 #include "Platform/Windows.h"
 
 #include <chrono>
+#include <utility>
 #include <fmt/xchar.h>
 
 namespace collector::ni::impl
@@ -239,17 +240,51 @@ void CCollectionBase::deliverStates()
   m_delivering = true;
   const void* const outer = t_deliveringCollection;
   t_deliveringCollection = this;
-  while (!m_pendingStates.empty())
+  do
   {
-    const CPendingState change = std::move(m_pendingStates.front());
-    m_pendingStates.pop_front();
-    lock.unlock();
-    deliverState(change);
-    m_deliveredStates.Increment();
-    lock.lock();
-  }
+    while (!m_pendingStates.empty())
+    {
+      const CPendingState change = std::move(m_pendingStates.front());
+      m_pendingStates.pop_front();
+      lock.unlock();
+      deliverState(change);
+      m_deliveredStates.Increment();
+      lock.lock();
+    }
+  } while (dispatchWaitingFirstUpdate(lock));
   m_delivering = false;
   t_deliveringCollection = outer;
+}
+
+bool CCollectionBase::dispatchWaitingFirstUpdate(std::unique_lock<std::mutex>& lock)
+{
+  const std::uint64_t generation = std::exchange(m_firstUpdateWaiting, 0);
+  // A run stopped, or started again, while it waited has nothing left to schedule.
+  if (generation == 0 || m_generation.load() != generation || m_internalState.load() != InternalStarting)
+  {
+    return false;
+  }
+  try
+  {
+    dispatchUpdate(generation, m_cancellation.load(), std::nullopt);
+    return false;
+  }
+  catch (const std::exception& error)
+  {
+    // As in Run, except that Run has returned: the failure goes to the log and the state.
+    m_internalState.store(InternalStopped);
+    setStateLocked(Error, DescriptionOf(error));
+    lock.unlock();
+    try
+    {
+      m_log->Error(error, L"Update task scheduling failed");
+    }
+    catch (...)
+    {
+    }
+    lock.lock();
+    return true;
+  }
 }
 
 void CCollectionBase::deliverState(const CPendingState& change)
@@ -350,6 +385,14 @@ void CCollectionBase::Run()
     {
       std::shared_ptr<ICancellation> token = create_child_cancellation(m_parentToken);
       m_cancellation.store(token);
+      // Another thread (or this one, further out, when Run comes from a subscriber) is still
+      // handing out earlier states and will hand out Starting after them: it schedules the
+      // update once its queue is empty.
+      if (m_delivering)
+      {
+        m_firstUpdateWaiting = generation;
+        return;
+      }
       dispatchUpdate(generation, token, std::nullopt);
     }
     catch (const std::exception& error)

@@ -124,6 +124,10 @@ private:
   // Hands queued state changes to subscribers, one thread at a time, outside every lock.
   void deliverStates();
   void deliverState(const CPendingState& change);
+  // Schedules the first update of a run whose Run found another delivery going on, now that its
+  // Starting is out; true when that failed and queued Error. Called by the delivering thread
+  // with m_stateLock held in `lock`.
+  bool dispatchWaitingFirstUpdate(std::unique_lock<std::mutex>& lock);
   void waitForUpdateEnd();
   void waitForDelivery(std::uint64_t queued);
 
@@ -151,6 +155,8 @@ private:
   pool::tp_task m_currentTask;
   std::deque<CPendingState> m_pendingStates;
   bool m_delivering = false;
+  // The run whose first update waits for the delivering thread to hand out its Starting (0: none).
+  std::uint64_t m_firstUpdateWaiting = 0;
   std::atomic<std::uint64_t> m_queuedStates{0};
   CWaitableCounter m_deliveredStates;
   std::atomic<std::int32_t> m_updateInProgress{0};

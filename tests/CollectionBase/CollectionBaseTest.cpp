@@ -2,6 +2,7 @@
 // A scripted collection decides what each update does; the test waits on conditions only.
 #include "TestSupport.h"
 
+#include <functional>
 #include <future>
 #include <gtest/gtest.h>
 #include <thread>
@@ -66,6 +67,18 @@ protected:
     }
   }
 
+  // A one-worker collection whose first run has had its update and its whole end, so that the
+  // next state change is handed out by the thread that makes it.
+  bool FirstUpdateOverOnOneWorker(std::vector<Step> script)
+  {
+    Make(1);
+    m_collection->Script(std::move(script));
+    m_collection->Run();
+    const bool running = m_subscriber->WaitFor(ICollectionTypes::Running);
+    WaitForPool();
+    return running;
+  }
+
   CLoggerCapture m_capture{ELogLevel::Debug};
   std::shared_ptr<CLog> m_root = std::make_shared<CLog>(nullptr, L"[NatC]");
   std::optional<pool> m_pool;
@@ -115,6 +128,44 @@ private:
   bool m_held = false;
   bool m_open = false;
 };
+
+// Starts the collection again from its subscription when it first hears Stopped, with a hook on
+// either side of that Run.
+class CRunOnStopped : public CRecordingSubscriber
+{
+public:
+  std::weak_ptr<CScriptedCollection> collection;
+  std::function<void()> beforeRun = [] {};
+  std::function<void()> afterRun = [] {};
+  bool threw = false;
+  void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
+  {
+    CRecordingSubscriber::OnStateChanged(id, state);
+    const auto target = collection.lock();
+    if (state.GetState() != ICollectionTypes::Stopped || m_done || !target)
+    {
+      return;
+    }
+    m_done = true;
+    beforeRun();
+    try
+    {
+      target->Run();
+    }
+    catch (const std::exception&)
+    {
+      threw = true;
+    }
+    afterRun();
+  }
+
+private:
+  bool m_done = false;
+};
+
+const std::vector<States> runStoppedAndRunAgain{ICollectionTypes::Starting, ICollectionTypes::Running,
+                                                ICollectionTypes::Stopping, ICollectionTypes::Stopped,
+                                                ICollectionTypes::Starting, ICollectionTypes::Running};
 
 // Occupies the only worker of a one-thread pool until released.
 class CPoolBlocker
@@ -370,43 +421,30 @@ TEST_F(CollectionBaseTest, StopFromASubscriberOfStartingEndsTheRunWithoutAnUpdat
 TEST_F(CollectionBaseTest, UpdateOfAnEarlierRunLeavesTheNewRunAlone)
 {
   // When the first run reports Stopped, its update still holds the in-progress flag: the
-  // subscriber starts a run (whose update then waits for the flag), stops it and starts another.
-  class CRestarter : public CRecordingSubscriber
-  {
-  public:
-    std::weak_ptr<CScriptedCollection> collection;
-    CCapturingSink* sink = nullptr;
-    void OnStateChanged(const GUID& id, const ICollectionTypes::IState& state) override
-    {
-      CRecordingSubscriber::OnStateChanged(id, state);
-      const auto target = collection.lock();
-      if (state.GetState() == ICollectionTypes::Stopped && !m_done && target)
-      {
-        m_done = true;
-        target->Run();
-        // The new run's update has started on the other worker: it can no longer be withdrawn.
-        EXPECT_TRUE(sink->WaitFor(L"Update waits for the previous run's last update"));
-        target->Stop(false);
-        target->Run();
-      }
-    }
-
-  private:
-    bool m_done = false;
-  };
-  auto restarter = std::make_shared<CRestarter>();
+  // subscriber starts a run, whose update then waits for the flag; the test stops that run and
+  // starts another while the first run's update is held at its end.
+  auto restarter = std::make_shared<CRunOnStopped>();
   restarter->collection = m_collection;
-  restarter->sink = &Sink();
   m_collection->Subscribe(restarter);
   m_collection->Script({Step::Block});
   m_collection->Run();
   ASSERT_TRUE(m_collection->WaitCalls(1));
   m_collection->Stop(false);
   m_collection->Script({Step::Block});
+  // The first run's update is held once it has handed out its states, with its flag still set.
+  auto gate = std::make_shared<CLineGate>(L"Update finished");
+  CKeldaLogger::instance().addSink(gate);
   m_collection->Release();
+  ASSERT_TRUE(gate->WaitHeld());
+  // The second run's update has started on the other worker: it can no longer be withdrawn.
+  ASSERT_TRUE(Sink().WaitFor(L"Update waits for the previous run's last update"));
+  m_collection->Stop(false);
+  m_collection->Run();
+  gate->Open();
   ASSERT_TRUE(Sink().WaitFor(L"Update of an ended run skipped"));
   ASSERT_TRUE(restarter->WaitFor(ICollectionTypes::Starting, 3));
   ASSERT_TRUE(m_collection->WaitCalls(2));
+  CKeldaLogger::instance().removeSink(gate);
   // The third run's own update runs it, under its own token.
   EXPECT_EQ(m_collection->Internal(), 2);
   m_collection->Release();
@@ -417,6 +455,46 @@ TEST_F(CollectionBaseTest, UpdateOfAnEarlierRunLeavesTheNewRunAlone)
                                  ICollectionTypes::Starting, ICollectionTypes::Running}));
   EXPECT_EQ(Sink().Count(L"Update of an ended run skipped"), 1u);
   EXPECT_EQ(m_collection->Calls(), 2);
+}
+
+TEST_F(CollectionBaseTest, RunWhileAnotherThreadHandsOutStatesSchedulesNoUpdateBeforeItsStartingIsOut)
+{
+  ASSERT_TRUE(FirstUpdateOverOnOneWorker({Step::Succeed, Step::Succeed}));
+  // The thread that stops the first run is held while it hands out Stopped.
+  auto gate = std::make_shared<CLineGate>(L"New state: Stopped");
+  CKeldaLogger::instance().addSink(gate);
+  auto stopped = std::async(std::launch::async, [this] { m_collection->Stop(false); });
+  ASSERT_TRUE(gate->WaitHeld());
+  m_collection->Run();
+  // Starting waits behind Stopped: an update scheduled by now would have run on the only worker.
+  WaitForPool();
+  EXPECT_EQ(m_collection->Calls(), 1);
+  gate->Open();
+  ASSERT_EQ(stopped.wait_for(waitLimit), std::future_status::ready);
+  CKeldaLogger::instance().removeSink(gate);
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running, 2));
+  EXPECT_EQ(m_collection->Calls(), 2);
+  EXPECT_EQ(m_subscriber->States(), runStoppedAndRunAgain);
+}
+
+TEST_F(CollectionBaseTest, RunFromASubscriberSchedulesNoUpdateBeforeEverySubscriberHearsOfStarting)
+{
+  ASSERT_TRUE(FirstUpdateOverOnOneWorker({Step::Succeed, Step::Succeed}));
+  auto restarter = std::make_shared<CRunOnStopped>();
+  restarter->collection = m_collection;
+  int callsWhenRunReturned = -1;
+  // The other subscribers hear Starting only after this callback: an update scheduled by now
+  // would have run on the only worker, and its records could reach them first.
+  restarter->afterRun = [&] {
+    WaitForPool();
+    callsWhenRunReturned = m_collection->Calls();
+  };
+  m_collection->Subscribe(restarter);
+  m_collection->Stop(false);
+  EXPECT_EQ(callsWhenRunReturned, 1);
+  ASSERT_TRUE(m_subscriber->WaitFor(ICollectionTypes::Running, 2));
+  EXPECT_EQ(m_collection->Calls(), 2);
+  EXPECT_EQ(m_subscriber->States(), runStoppedAndRunAgain);
 }
 
 TEST_F(CollectionBaseTest, RunOfACollectionWithoutSharedOwnerThrows)
@@ -563,6 +641,27 @@ TEST_F(CollectionBaseTest, RunThatCannotScheduleSetsErrorRethrowsAndCanBeRetried
   EXPECT_THROW(m_collection->Run(), CHResultException);
   EXPECT_EQ(m_subscriber->States().size(), 4u);
   EXPECT_EQ(m_collection->Calls(), 0);
+}
+
+TEST_F(CollectionBaseTest, RunFromASubscriberThatCannotScheduleEndsInErrorAfterItsStarting)
+{
+  ASSERT_TRUE(FirstUpdateOverOnOneWorker({Step::Succeed}));
+  auto restarter = std::make_shared<CRunOnStopped>();
+  restarter->collection = m_collection;
+  restarter->beforeRun = [this] { m_pool->shutdown(); };
+  m_collection->Subscribe(restarter);
+  // The run started from the subscriber is scheduled once its Starting is out, after Run has
+  // returned: the failure can only be reported as the run's end.
+  m_collection->Stop(false);
+  EXPECT_FALSE(restarter->threw);
+  EXPECT_EQ(m_collection->GetState(), ICollectionTypes::Error);
+  EXPECT_EQ(m_collection->Internal(), 0);
+  std::vector<States> expected = runStoppedAndRunAgain;
+  expected.back() = ICollectionTypes::Error;
+  EXPECT_EQ(m_subscriber->States(), expected);
+  EXPECT_FALSE(m_subscriber->Changes().back().description.empty());
+  EXPECT_EQ(Sink().Count(L"Update task scheduling failed"), 1u);
+  EXPECT_EQ(m_collection->Calls(), 1);
 }
 
 TEST_F(CollectionBaseTest, ReschedulingThatFailsWithCancelledStopsTheCollection)

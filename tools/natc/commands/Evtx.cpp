@@ -306,10 +306,13 @@ void WriteErrors(const std::string& errors)
 }
 
 // Chunks decode on `threads` readers, each with its own File; the output leaves in file order.
+// The thread that writes is one of the readers: it decodes whenever the next run to write is
+// not ready, so that N threads keep N cores busy instead of N + 1 threads sharing them.
 // Readers take runs of kChunksPerTask chunks, so that threads meet once per run rather than
-// once per chunk. Memory stays bounded: a reader does not start a run more than `window` runs
-// ahead of the one being written, and the buffers of written runs go back to the readers.
-int DumpInParallel(const std::string& path, const DumpOptions& options, std::uint32_t chunkCount, Output& output)
+// once per chunk. Memory stays bounded: no run starts more than `window` runs ahead of the one
+// being written, and the buffers of written runs go back to the readers.
+int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const DumpOptions& options,
+                   std::uint32_t chunkCount, Output& output)
 {
   constexpr std::uint32_t kChunksPerTask = 4;
   struct Done
@@ -330,6 +333,31 @@ int DumpInParallel(const std::string& path, const DumpOptions& options, std::uin
   bool stop = false;
   std::string openError;
 
+  // Takes the next run if the window lets one start; called with `lock` held. Buffers come back
+  // from the writer emptied, their capacity kept: a run's text is written without growing a
+  // new string.
+  const auto claim = [&](std::uint32_t& task, Done& run) {
+    if (stop || next >= taskCount || next >= written + window)
+      return false;
+    task = next++;
+    if (!spare.empty())
+    {
+      run = std::move(spare.back());
+      spare.pop_back();
+    }
+    return true;
+  };
+  const auto decode = [&](ChunkDumper& dumper, std::uint32_t task, Done& run, std::string& errors) {
+    const std::uint32_t first = task * kChunksPerTask;
+    for (std::uint32_t index = first; index < std::min(chunkCount, first + kChunksPerTask); ++index)
+    {
+      errors.clear();
+      run.failures += dumper.Dump(index, run.text, errors);
+      if (!errors.empty())
+        run.errors.emplace_back(run.text.size(), errors);
+    }
+  };
+
   const auto read = [&] {
     ChunkDumper dumper(path, options);
     if (const evtx::Status status = dumper.Open(); status != evtx::Status::Ok)
@@ -344,29 +372,14 @@ int DumpInParallel(const std::string& path, const DumpOptions& options, std::uin
     for (;;)
     {
       std::uint32_t task = 0;
-      // Buffers come back from the writer emptied, their capacity kept: a run's text is
-      // written without growing a new string.
       Done run;
       {
         std::unique_lock held(lock);
         changed.wait(held, [&] { return stop || next >= taskCount || next < written + window; });
-        if (stop || next >= taskCount)
+        if (!claim(task, run))
           return;
-        task = next++;
-        if (!spare.empty())
-        {
-          run = std::move(spare.back());
-          spare.pop_back();
-        }
       }
-      const std::uint32_t first = task * kChunksPerTask;
-      for (std::uint32_t index = first; index < std::min(chunkCount, first + kChunksPerTask); ++index)
-      {
-        errors.clear();
-        run.failures += dumper.Dump(index, run.text, errors);
-        if (!errors.empty())
-          run.errors.emplace_back(run.text.size(), errors);
-      }
+      decode(dumper, task, run, errors);
       const std::lock_guard held(lock);
       done.emplace(task, std::move(run));
       changed.notify_all();
@@ -374,24 +387,43 @@ int DumpInParallel(const std::string& path, const DumpOptions& options, std::uin
   };
 
   std::vector<std::jthread> readers;
-  readers.reserve(options.threads);
-  for (unsigned i = 0; i < options.threads; ++i)
+  readers.reserve(options.threads - 1);
+  for (unsigned i = 1; i < options.threads; ++i)
     readers.emplace_back(read);
 
   int failures = 0;
+  std::string writerErrors;
   for (std::uint32_t task = 0; task < taskCount; ++task)
   {
     Done run;
     {
       std::unique_lock held(lock);
-      changed.wait(held, [&] { return stop || done.count(task) != 0; });
+      for (;;)
+      {
+        if (stop)
+          break;
+        if (const auto found = done.find(task); found != done.end())
+        {
+          run = std::move(found->second);
+          done.erase(found);
+          written = task + 1;
+          changed.notify_all();
+          break;
+        }
+        std::uint32_t mine = 0;
+        Done work;
+        if (claim(mine, work))
+        {
+          held.unlock();
+          decode(writerDumper, mine, work, writerErrors);
+          held.lock();
+          done.emplace(mine, std::move(work));
+          continue;
+        }
+        changed.wait(held);
+      }
       if (stop)
         break;
-      auto found = done.find(task);
-      run = std::move(found->second);
-      done.erase(found);
-      written = task + 1;
-      changed.notify_all();
     }
     std::size_t from = 0;
     for (const auto& [end, errors] : run.errors)
@@ -434,7 +466,7 @@ int DumpFile(const std::string& path, const DumpOptions& options, Output& output
     return 1;
   }
   if (options.threads > 1 && dumper.ChunkCount() > 1)
-    return DumpInParallel(path, options, dumper.ChunkCount(), output);
+    return DumpInParallel(dumper, path, options, dumper.ChunkCount(), output);
   int failures = 0;
   std::string errors;
   for (std::uint32_t i = 0; i < dumper.ChunkCount(); ++i)

@@ -42,8 +42,13 @@ int StressSeconds()
 
 using Clock = std::chrono::steady_clock;
 
-// Counts its updates per run and notes every pair of one run's updates that came closer than a
-// chain with a period of 1 s allows, and any two update bodies that overlapped.
+// Notes every pair of one run's updates that came closer than a chain with a period of 1 s
+// allows, and any two update bodies that overlapped.
+//
+// An update knows its run by the run's cancellation token, which the collection hands to every
+// update of that run. Counting Run calls instead would be racy: a Run that is ignored while the
+// collection stops can count before the last update of the stopping run, so that update and the
+// first of the next run looked like two updates of one run.
 //
 // One chain starts its updates at least half a period apart: an update that ends before half a
 // second has passed waits a whole second, and one that ends later starts the next at once. The
@@ -60,14 +65,6 @@ public:
     : CCollectionBase(parts.log, parts.threadPool, parts.token, parts.host, parts.user, parts.cls)
   {
   }
-  void Run() override
-  {
-    {
-      const std::lock_guard lock(m_lock);
-      ++m_run;
-    }
-    CCollectionBase::Run();
-  }
   void SetSlowChain(bool slow)
   {
     const std::lock_guard lock(m_lock);
@@ -83,14 +80,19 @@ protected:
   void updateImpl() override
   {
     const bool overlapping = m_active.fetch_add(1) != 0;
+    // Held, so that a later run's token cannot take the address of an earlier one.
+    std::shared_ptr<ICancellationToken> run = cancellationToken();
     {
       const std::lock_guard lock(m_lock);
       const auto now = Clock::now();
-      if (overlapping || (m_slowChain && m_lastRun == m_run && now - m_last < closestUpdatesOfOneChain))
+      if (overlapping || (m_slowChain && run == m_lastRun && now - m_last < closestUpdatesOfOneChain))
       {
+        std::fprintf(stderr, "stress: updates of one run %.1f ms apart%s\n",
+                     std::chrono::duration<double, std::milli>(now - m_last).count(),
+                     overlapping ? ", overlapping" : "");
         ++m_violations;
       }
-      m_lastRun = m_run;
+      m_lastRun = std::move(run);
       m_last = now;
     }
     m_active.fetch_sub(1);
@@ -100,8 +102,7 @@ private:
   mutable std::mutex m_lock;
   std::atomic<int> m_active{0};
   bool m_slowChain = false;
-  int m_run = 0;
-  int m_lastRun = -1;
+  std::shared_ptr<ICancellationToken> m_lastRun;
   Clock::time_point m_last{};
   int m_violations = 0;
 };

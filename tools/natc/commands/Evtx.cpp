@@ -331,7 +331,8 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
   std::uint32_t next = 0;
   std::uint32_t written = 0;
   bool stop = false;
-  std::string openError;
+  // The first reader failure (a file that cannot be opened, or an exception).
+  std::string readerError;
 
   // Takes the next run if the window lets one start; called with `lock` held. Buffers come back
   // from the writer emptied, their capacity kept: a run's text is written without growing a
@@ -358,12 +359,12 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
     }
   };
 
-  const auto read = [&] {
+  const auto readRuns = [&] {
     ChunkDumper dumper(path, options);
     if (const evtx::Status status = dumper.Open(); status != evtx::Status::Ok)
     {
       const std::lock_guard held(lock);
-      openError = evtx::StatusText(status);
+      readerError = evtx::StatusText(status);
       stop = true;
       changed.notify_all();
       return;
@@ -385,8 +386,35 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
       changed.notify_all();
     }
   };
+  // A reader that fails (out of memory) stops the dump with its message instead of the process.
+  const auto read = [&] {
+    try
+    {
+      readRuns();
+    }
+    catch (const std::exception& error)
+    {
+      const std::lock_guard held(lock);
+      if (readerError.empty())
+        readerError = error.what();
+      stop = true;
+      changed.notify_all();
+    }
+  };
 
+  const auto stopReaders = [&] {
+    const std::lock_guard held(lock);
+    stop = true;
+    changed.notify_all();
+  };
   std::vector<std::jthread> readers;
+  // Declared after the readers, so that on every way out, an exception included, the readers
+  // are told to stop before they are joined.
+  struct StopFirst
+  {
+    const decltype(stopReaders)& stop;
+    ~StopFirst() { stop(); }
+  } const stopFirst{stopReaders};
   readers.reserve(options.threads - 1);
   for (unsigned i = 1; i < options.threads; ++i)
     readers.emplace_back(read);
@@ -442,15 +470,11 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
     const std::lock_guard held(lock);
     spare.push_back(std::move(run));
   }
-  {
-    const std::lock_guard held(lock);
-    stop = true;
-    changed.notify_all();
-  }
+  stopReaders();
   readers.clear();
-  if (!openError.empty())
+  if (!readerError.empty())
   {
-    std::fprintf(stderr, "natc evtx: %s: %s\n", path.c_str(), openError.c_str());
+    std::fprintf(stderr, "natc evtx: %s: %s\n", path.c_str(), readerError.c_str());
     return 1;
   }
   return failures == 0 ? 0 : 1;

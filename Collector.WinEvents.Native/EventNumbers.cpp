@@ -56,11 +56,17 @@ Integer ReadDecimal(std::wstring_view text) noexcept
 
 int WToI(std::wstring_view text) noexcept
 {
-  return ReadDecimal<std::int32_t>(text);
+  // Both saturate, so the 32-bit reading is the 64-bit one held to the int range.
+  return SaturateToInt(WToI64(text));
 }
 
 __int64 WToI64(std::wstring_view text) noexcept
 {
   return ReadDecimal<std::int64_t>(text);
+}
+
+int SaturateToInt(__int64 value) noexcept
+{
+  return static_cast<int>(std::clamp<__int64>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 } // namespace collector::ni::impl

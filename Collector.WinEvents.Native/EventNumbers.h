@@ -15,4 +15,6 @@ namespace collector::ni::impl
 {
 int WToI(std::wstring_view text) noexcept;
 __int64 WToI64(std::wstring_view text) noexcept;
+// What WToI gives for a text whose WToI64 is `value`: the value held to the int range.
+int SaturateToInt(__int64 value) noexcept;
 } // namespace collector::ni::impl

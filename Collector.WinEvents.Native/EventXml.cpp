@@ -5,11 +5,9 @@
 
 #include "KeldaKernel/Exceptions.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <limits>
 #include <utility>
 
 #if defined(__SSE2__)
@@ -520,10 +518,9 @@ SEventValues MakeEventValues(SEventXmlText& text)
   values.CreatedTime = ParseEventTime(text.SystemTime);
   values.EventType = EventTypeFromLevel(WToI(text.Level));
   values.Data = std::move(text.Data);
-  // _wtoi is _wtoi64 held to the int range (both saturate): the identifier is read once.
+  // The identifier is read once for both values.
   const __int64 eventId = WToI64(text.EventId);
-  values.EventCode = static_cast<int>(std::clamp<__int64>(eventId, std::numeric_limits<int>::min(),
-                                                            std::numeric_limits<int>::max()));
+  values.EventCode = SaturateToInt(eventId);
   values.InternalId = MakeInternalId(WToI64(text.Qualifiers), eventId);
   values.RecordId = WToI(text.EventRecordId);
   text.Provider.clear();

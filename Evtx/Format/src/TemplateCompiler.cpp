@@ -46,9 +46,12 @@ public:
   // When set, notes what the compile read outside the fragment's bytes (for TemplateCache).
   TemplateShape* shape = nullptr;
 
+  // Whether this compile makes nodes: never when rendering straight into the output.
+  bool BuildsTree() const { return !direct_ && tree; }
+
   std::uint32_t NewNode(const TNode& node) const
   {
-    if (direct_ || !tree)
+    if (!BuildsTree())
       return kNone;
     impl_.tnodes.push_back(node);
     return static_cast<std::uint32_t>(impl_.tnodes.size() - 1);
@@ -213,9 +216,9 @@ private:
           return;
         const std::uint32_t attribute =
           NewNode(MakeNode(NodeKind::Attribute, attributeName));
-        if (!direct_ && tree && lastAttribute == kNone)
+        if (BuildsTree() && lastAttribute == kNone)
           impl_.tnodes[element].firstAttribute = attribute;
-        else if (!direct_ && tree)
+        else if (BuildsTree())
           impl_.tnodes[lastAttribute].nextSibling = attribute;
         lastAttribute = attribute;
         const auto from = static_cast<std::uint32_t>(text_.size());
@@ -238,7 +241,7 @@ private:
         if (status != Status::Ok)
           return;
         const bool optional = onlySubstitutions && anyOptional;
-        if (!direct_ && tree)
+        if (BuildsTree())
           impl_.tnodes[attribute].optional = optional;
         // An attribute that always shows is plain text around its values.
         if (optional)

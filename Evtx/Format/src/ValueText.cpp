@@ -241,7 +241,6 @@ void AppendHex(Out& out, std::uint64_t value, int minDigits)
   out.append(first, text + sizeof text);
 }
 
-
 // Two decimal digits of v (mod 100) at `to`.
 void Put2(char* to, unsigned v)
 {
@@ -910,13 +909,8 @@ std::size_t DecodeUtf8(std::string_view text, wchar_t* to)
     }
     else
     {
-      while (i + 16 <= size)
+      while (i + 16 <= size && IsAscii16(bytes + i))
       {
-        std::uint64_t a = 0, b = 0;
-        std::memcpy(&a, bytes + i, 8);
-        std::memcpy(&b, bytes + i + 8, 8);
-        if (((a | b) & 0x8080808080808080ull) != 0)
-          break;
         units += 16;
         i += 16;
       }

@@ -2,6 +2,7 @@
 // UTF-32 on Linux), for conversions of UTF-8 text to wide, whose text is mostly ASCII.
 //
 // Usage: while (end - p >= 16 && evtx::WidenAscii16(p, to)) { p += 16; to += 16; }
+//        while (end - p >= 16 && evtx::IsAscii16(p)) p += 16;   // counting only
 #pragma once
 
 #include <cstdint>
@@ -13,6 +14,15 @@
 
 namespace evtx
 {
+// Whether the sixteen bytes at `from` are all ASCII.
+inline bool IsAscii16(const std::uint8_t* from) noexcept
+{
+  std::uint64_t a = 0, b = 0;
+  std::memcpy(&a, from, 8);
+  std::memcpy(&b, from + 8, 8);
+  return ((a | b) & 0x8080808080808080ull) == 0;
+}
+
 // Writes the sixteen bytes at `from` as sixteen wide units at `to` and returns true, or writes
 // nothing and returns false when one of them is not ASCII.
 inline bool WidenAscii16(const std::uint8_t* from, wchar_t* to) noexcept
@@ -40,10 +50,7 @@ inline bool WidenAscii16(const std::uint8_t* from, wchar_t* to) noexcept
   }
   return true;
 #else
-  std::uint64_t a = 0, b = 0;
-  std::memcpy(&a, from, 8);
-  std::memcpy(&b, from + 8, 8);
-  if (((a | b) & 0x8080808080808080ull) != 0)
+  if (!IsAscii16(from))
     return false;
   for (int k = 0; k < 16; ++k)
     to[k] = static_cast<wchar_t>(from[k]);

@@ -359,14 +359,19 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
     }
   };
 
+  // A reader that fails stops the dump; its message, the first one, is reported.
+  const auto fail = [&](const char* message) {
+    const std::lock_guard held(lock);
+    if (readerError.empty())
+      readerError = message;
+    stop = true;
+    changed.notify_all();
+  };
   const auto readRuns = [&] {
     ChunkDumper dumper(path, options);
     if (const evtx::Status status = dumper.Open(); status != evtx::Status::Ok)
     {
-      const std::lock_guard held(lock);
-      readerError = evtx::StatusText(status);
-      stop = true;
-      changed.notify_all();
+      fail(evtx::StatusText(status));
       return;
     }
     std::string errors;
@@ -386,7 +391,7 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
       changed.notify_all();
     }
   };
-  // A reader that fails (out of memory) stops the dump with its message instead of the process.
+  // A reader that throws (out of memory) stops the dump, not the process.
   const auto read = [&] {
     try
     {
@@ -394,11 +399,7 @@ int DumpInParallel(ChunkDumper& writerDumper, const std::string& path, const Dum
     }
     catch (const std::exception& error)
     {
-      const std::lock_guard held(lock);
-      if (readerError.empty())
-        readerError = error.what();
-      stop = true;
-      changed.notify_all();
+      fail(error.what());
     }
   };
 

@@ -102,29 +102,24 @@ inline void CJsonLineWriter::Text(std::wstring_view text)
 
 const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const std::shared_ptr<tstring>* owner)
 {
+  // The key at k, which becomes the name object's own, with the next one as the next guess.
+  const auto take = [&](std::size_t k) -> const SKey& {
+    if (owner != nullptr && m_keys[k].owner != *owner)
+      m_keys[k].owner = *owner;
+    m_nextKey = k + 1;
+    return m_keys[k];
+  };
   for (std::size_t k = 0; k < m_keys.size(); ++k)
   {
-    if (m_keys[k].owner.get() == &name && m_keys[k].text.size() == name.size())
-    {
-      m_nextKey = k + 1;
-      return m_keys[k];
-    }
+    if (m_keys[k].HeldBy(name))
+      return take(k);
   }
   if (m_nextKey < m_keys.size() && m_keys[m_nextKey].text == name)
-  {
-    if (owner != nullptr && m_keys[m_nextKey].owner != *owner)
-      m_keys[m_nextKey].owner = *owner;
-    return m_keys[m_nextKey++];
-  }
+    return take(m_nextKey);
   for (std::size_t k = 0; k < m_keys.size(); ++k)
   {
     if (m_keys[k].text == name)
-    {
-      if (owner != nullptr && m_keys[k].owner != *owner)
-        m_keys[k].owner = *owner;
-      m_nextKey = k + 1;
-      return m_keys[k];
-    }
+      return take(k);
   }
   std::vector<char> quoted;
   SKey key{owner != nullptr ? *owner : nullptr, name, ",", 0};
@@ -145,10 +140,7 @@ const CJsonLineWriter::SKey& CJsonLineWriter::findKey(const tstring& name, const
 inline const CJsonLineWriter::SKey& CJsonLineWriter::lookUpKey(const tstring& name,
                                                                const std::shared_ptr<tstring>* owner)
 {
-  // The guess holds this very name object (no other can be at its address while it is held):
-  // no need to compare the texts.
-  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].owner.get() == &name &&
-      m_keys[m_nextKey].text.size() == name.size())
+  if (m_nextKey < m_keys.size() && m_keys[m_nextKey].HeldBy(name))
     return m_keys[m_nextKey++];
   return findKey(name, owner);
 }

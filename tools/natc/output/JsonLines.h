@@ -63,6 +63,9 @@ private:
     // first key.
     std::string encoded;
     std::size_t length = 0;
+    // Held for this very name object (no other can be at its address while it is held): no
+    // need to compare the texts.
+    bool HeldBy(const tstring& name) const noexcept { return owner.get() == &name && text.size() == name.size(); }
   };
   static constexpr std::size_t keyPadding = 16;
 
